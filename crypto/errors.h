@@ -8,6 +8,8 @@ using Status = int32_t;
 
 constexpr Status kOk = 0;
 constexpr Status kErrGeneric = -1;            // result longer than the modulus; CRT or completion failed
+constexpr Status kErrKeyParity = -1;          // DES key byte without odd parity (key checks on)
+constexpr Status kErrWeakKey = -2;            // DES weak or semi-weak key (key checks on)
 constexpr Status kErrNoMemory = -102;
 constexpr Status kErrInvalidHandle = -104;
 constexpr Status kErrNullArgument = -105;
