@@ -1,0 +1,90 @@
+// The frame every entry that takes a context runs through: validate the context handle, hold the
+// context's per-card lock for the whole call, run the work, set the thread's last error, release
+// the lock. Nothing escapes an entry: an exception from the work becomes NTE_NO_MEMORY
+// (allocation) or NTE_FAIL.
+#pragma once
+#include <windows.h>
+#include <wincrypt.h>
+
+#include <new>
+
+#include "provider/handle_registry.h"
+#include "provider/provider_context.h"
+#include "provider/status_codes.h"
+
+namespace nivra::provider {
+
+// How an entry ends.
+struct Outcome {
+  enum class LastError { Set, Keep };
+  BOOL ok;
+  Status error;         // with LastError::Set: the value stored (0 on success)
+  LastError lastError;  // Keep: the software provider's last error stands as it left it
+
+  static Outcome Success() { return {TRUE, kOk, LastError::Set}; }
+  static Outcome Failure(Status error) { return {FALSE, error, LastError::Set}; }
+  static Outcome FromStatus(Status error) { return error == kOk ? Success() : Failure(error); }
+  // The result of a software-provider call whose last error is to stand (set or not).
+  static Outcome SoftwareResult(BOOL ok) { return {ok, kOk, LastError::Keep}; }
+  // A software-provider failure re-reported with its own GetLastError value.
+  static Outcome SoftwareFailure() { return {FALSE, GetLastError(), LastError::Set}; }
+};
+
+// Waits on the context's lock (when it has one) for the guard's lifetime.
+class ContextLockGuard {
+ public:
+  explicit ContextLockGuard(const ProviderContext& ctx);
+  ~ContextLockGuard();
+  ContextLockGuard(const ContextLockGuard&) = delete;
+  ContextLockGuard& operator=(const ContextLockGuard&) = delete;
+
+ private:
+  HANDLE lock_ = nullptr;
+};
+
+// Sets the last error as the outcome says and returns its BOOL.
+BOOL Finish(const Outcome& outcome);
+
+// Runs `work(ctx)` (returning Outcome) inside the frame for hProv.
+template <class Work>
+BOOL RunInContext(HCRYPTPROV hProv, Work&& work) noexcept {
+  ProviderContext* ctx = nullptr;
+  Status status = LookupContext(hProv, &ctx);
+  if (status != kOk) return Finish(Outcome::Failure(status));
+  Outcome outcome = Outcome::Failure(kNteFail);
+  {
+    ContextLockGuard lock(*ctx);
+    try {
+      outcome = work(*ctx);
+    } catch (const std::bad_alloc&) {
+      outcome = Outcome::Failure(kNteNoMemory);
+    } catch (...) {
+      outcome = Outcome::Failure(kNteFail);
+    }
+    // The lock's release must not disturb a last error that is to stand.
+    if (outcome.lastError == Outcome::LastError::Keep) outcome.error = GetLastError();
+  }
+  if (outcome.lastError == Outcome::LastError::Keep) {
+    SetLastError(outcome.error);
+    return outcome.ok;
+  }
+  return Finish(outcome);
+}
+
+// Entries that hand a new handle out through an out-pointer check it before anything else:
+// NULL gives ERROR_INVALID_PARAMETER, otherwise it is zeroed.
+template <class Handle>
+bool ClearOutHandle(Handle* out) {
+  if (out == nullptr) {
+    SetLastError(kErrInvalidParameter);
+    return false;
+  }
+  *out = 0;
+  return true;
+}
+
+// Fixed-size answers of the get-parameter entries: pbData NULL reports the size; a smaller
+// buffer reports the size and ERROR_MORE_DATA; otherwise copies.
+Status CopyOut(const void* value, DWORD size, BYTE* pbData, DWORD* pdwDataLen);
+
+}  // namespace nivra::provider

@@ -1,0 +1,259 @@
+// Hash objects live in the software provider; the provider wraps them and adds the two
+// operations that need a key pair: signing on the card and verifying by public-key unwrapping.
+#include <cstring>
+
+#include "crypto/digest_info.h"
+#include "provider/call_frame.h"
+#include "provider/card_dispatch.h"
+#include "provider/context_objects.h"
+#include "provider/entries.h"
+#include "provider/module_rsa.h"
+
+namespace nivra::provider {
+
+namespace {
+
+constexpr DWORD kHashValueCapacity = 36;
+constexpr uint32_t kUnwrapCapacity = 512;
+constexpr uint32_t kSignInputCapacity = 64;
+
+// Reads the hash value into hash.hashValue (HP_HASHVAL); false leaves the software provider's
+// last error standing.
+bool FetchHashValue(HashObject& hash, DWORD* length) {
+  *length = kHashValueCapacity;
+  if (!CryptGetHashParam(hash.softHash, HP_HASHVAL, hash.hashValue, length, 0)) return false;
+  hash.hashBits = *length * 8;
+  return true;
+}
+
+const crypto::DigestInfoPrefix* PrefixFor(ALG_ID algId) {
+  switch (algId) {
+    case CALG_MD2:
+      return crypto::DigestInfoPrefixOf(crypto::DigestAlgorithm::kMd2);
+    case CALG_MD5:
+      return crypto::DigestInfoPrefixOf(crypto::DigestAlgorithm::kMd5);
+    case CALG_SHA1:
+      return crypto::DigestInfoPrefixOf(crypto::DigestAlgorithm::kSha1);
+    default:
+      return nullptr;
+  }
+}
+
+Outcome SignHash(ProviderContext& ctx, HCRYPTHASH hHash, DWORD keySpec, DWORD flags,
+                 BYTE* signature, DWORD* sigLen) {
+  HashObject* hash = nullptr;
+  Status status = LookupHash(ctx, hHash, &hash);
+  if (status != kOk) return Outcome::Failure(status);
+  if (ctx.verifyOnly) return Outcome::Failure(kNtePerm);
+  if (keySpec != AT_KEYEXCHANGE && keySpec != AT_SIGNATURE) {
+    *sigLen = 0;
+    return Outcome::Failure(kNteNoKey);
+  }
+  status = CardLoadKeyPair(ctx, keySpec);
+  if (status != kOk) {
+    *sigLen = 0;
+    return Outcome::Failure(status);
+  }
+  const DWORD needed = (ctx.KeyPair(keySpec).modulusBits + 7) / 8;
+  if (signature == nullptr) {
+    *sigLen = needed;
+    return Outcome::Success();
+  }
+  if (*sigLen < needed) {
+    *sigLen = needed;
+    return Outcome::Failure(kErrMoreData);
+  }
+  DWORD hashLength = 0;
+  if (!FetchHashValue(*hash, &hashLength)) return Outcome::SoftwareResult(FALSE);
+
+  uint8_t data[kSignInputCapacity];
+  uint32_t dataLength = 0;
+  if (!(flags & CRYPT_NOHASHOID)) {
+    const crypto::DigestInfoPrefix* prefix = PrefixFor(hash->algId);
+    if (prefix != nullptr) {
+      std::memcpy(data, prefix->bytes, prefix->length);
+      dataLength = static_cast<uint32_t>(prefix->length);
+    } else if (hash->algId != CALG_SSL3_SHAMD5) {
+      return Outcome::Failure(kNteBadHash);
+    }
+  }
+  std::memcpy(data + dataLength, hash->hashValue, hashLength);
+  dataLength += hashLength;
+
+  uint32_t outLength = *sigLen;
+  status = CardPrivateKeyOp(ctx, keySpec, CardModeSignature, data, dataLength, signature,
+                            &outLength);
+  if (status != kOk) {
+    *sigLen = 0;
+    return Outcome::Failure(status);
+  }
+  *sigLen = outLength;
+  return Outcome::Success();
+}
+
+// Offset of the hash inside an unwrapped signature block; -1 for an algorithm without one.
+int HashOffset(ALG_ID algId) {
+  switch (algId) {
+    case CALG_MD2:
+    case CALG_MD5:
+      return 18;
+    case CALG_SHA1:
+      return 15;
+    case CALG_SSL3_SHAMD5:
+      return 0;
+    default:
+      return -1;
+  }
+}
+
+Outcome VerifySignature(ProviderContext& ctx, HCRYPTHASH hHash, const BYTE* signature,
+                        DWORD sigLen, HCRYPTKEY hPubKey, DWORD flags) {
+  HashObject* hash = nullptr;
+  Status status = LookupHash(ctx, hHash, &hash);
+  if (status != kOk) return Outcome::Failure(status);
+  KeyObject* key = nullptr;
+  status = LookupKey(ctx, hPubKey, &key);
+  if (status != kOk) return Outcome::Failure(status);
+  DWORD hashLength = 0;
+  if (!FetchHashValue(*hash, &hashLength)) return Outcome::SoftwareResult(FALSE);
+
+  uint8_t block[kUnwrapCapacity];
+  uint32_t blockLength = kUnwrapCapacity;
+  if (key->IsContainerPair()) {
+    status = FindCardBackend(ctx.backendKind) == nullptr
+                 ? kNteBadSignature
+                 : CardPublicKeyOp(ctx, *key, CardModeSignature, signature, sigLen, block,
+                                   &blockLength);
+  } else {
+    status = ModuleRsaPublicOp(*key, CardModeSignature, signature, sigLen, block, &blockLength);
+  }
+  if (status != kOk) return Outcome::Failure(status == kNteFail ? kNteFail : kNteBadSignature);
+
+  if (flags & CRYPT_NOHASHOID) {
+    const bool same = blockLength == hashLength &&
+                      std::memcmp(block, hash->hashValue, hashLength) == 0;
+    return Outcome::FromStatus(same ? kOk : kNteBadSignature);
+  }
+  // Only the hash bytes at their fixed offset are compared, not the DigestInfo prefix or the
+  // unwrapped length: signatures from cards that write a different prefix still verify.
+  const int offset = HashOffset(hash->algId);
+  if (offset < 0) return Outcome::Failure(kNteBadHash);
+  const bool same = static_cast<uint32_t>(offset) + hashLength <= kUnwrapCapacity &&
+                    std::memcmp(block + offset, hash->hashValue, hashLength) == 0;
+  return Outcome::FromStatus(same ? kOk : kNteBadSignature);
+}
+
+}  // namespace
+
+}  // namespace nivra::provider
+
+using namespace nivra::provider;
+
+NIVRA_ENTRY NivraCPCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY hKey, DWORD dwFlags,
+                              HCRYPTHASH* phHash) noexcept {
+  if (!ClearOutHandle(phHash)) return FALSE;
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    KeyObject* key = nullptr;
+    if (hKey != 0) {
+      Status status = LookupKey(ctx, hKey, &key);
+      if (status != kOk) return Outcome::Failure(status);
+    }
+    HashObject* hash = NewHashObject(ctx);
+    hash->algId = Algid;
+    // A card key pair has no software key: a keyed hash over it gets none.
+    if (!CryptCreateHash(ctx.softProv, Algid, key != nullptr ? key->softKey : 0, dwFlags,
+                         &hash->softHash)) {
+      Outcome failure = Outcome::SoftwareFailure();
+      DestroyHashObject(ctx, hash);
+      return failure;
+    }
+    *phHash = PublishHash(ctx, hash);
+    return Outcome::Success();
+  });
+}
+
+NIVRA_ENTRY NivraCPHashData(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbData,
+                            DWORD dwDataLen, DWORD dwFlags) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    HashObject* hash = nullptr;
+    Status status = LookupHash(ctx, hHash, &hash);
+    if (status != kOk) return Outcome::Failure(status);
+    if (!CryptHashData(hash->softHash, pbData, dwDataLen, dwFlags)) {
+      return Outcome::SoftwareResult(FALSE);
+    }
+    return Outcome::Success();
+  });
+}
+
+NIVRA_ENTRY NivraCPHashSessionKey(HCRYPTPROV hProv, HCRYPTHASH hHash, HCRYPTKEY hKey,
+                                  DWORD dwFlags) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    HashObject* hash = nullptr;
+    Status status = LookupHash(ctx, hHash, &hash);
+    if (status != kOk) return Outcome::Failure(status);
+    KeyObject* key = nullptr;
+    status = LookupKey(ctx, hKey, &key);
+    if (status != kOk) return Outcome::Failure(status);
+    if (!CryptHashSessionKey(hash->softHash, key->softKey, dwFlags)) {
+      return Outcome::SoftwareResult(FALSE);
+    }
+    return Outcome::Success();
+  });
+}
+
+NIVRA_ENTRY NivraCPSetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData,
+                                DWORD dwFlags) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    HashObject* hash = nullptr;
+    Status status = LookupHash(ctx, hHash, &hash);
+    if (status != kOk) return Outcome::Failure(status);
+    if (!CryptSetHashParam(hash->softHash, dwParam, pbData, dwFlags)) {
+      return Outcome::SoftwareFailure();
+    }
+    return Outcome::Success();
+  });
+}
+
+NIVRA_ENTRY NivraCPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData,
+                                DWORD* pdwDataLen, DWORD dwFlags) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    HashObject* hash = nullptr;
+    Status status = LookupHash(ctx, hHash, &hash);
+    if (status != kOk) return Outcome::Failure(status);
+    if (!CryptGetHashParam(hash->softHash, dwParam, pbData, pdwDataLen, dwFlags)) {
+      return Outcome::SoftwareFailure();
+    }
+    return Outcome::Success();
+  });
+}
+
+NIVRA_ENTRY NivraCPDestroyHash(HCRYPTPROV hProv, HCRYPTHASH hHash) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    HashObject* hash = nullptr;
+    Status status = LookupHash(ctx, hHash, &hash);
+    if (status != kOk) return Outcome::Failure(status);
+    DestroyHashObject(ctx, hash);
+    return Outcome::Success();
+  });
+}
+
+NIVRA_ENTRY NivraCPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR,
+                            DWORD dwFlags, BYTE* pbSignature, DWORD* pdwSigLen) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    return SignHash(ctx, hHash, dwKeySpec, dwFlags, pbSignature, pdwSigLen);
+  });
+}
+
+NIVRA_ENTRY NivraCPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbSignature,
+                                   DWORD dwSigLen, HCRYPTKEY hPubKey, LPCWSTR,
+                                   DWORD dwFlags) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    return VerifySignature(ctx, hHash, pbSignature, dwSigLen, hPubKey, dwFlags);
+  });
+}
+
+NIVRA_ENTRY NivraCPGenRandom(HCRYPTPROV hProv, DWORD dwLen, BYTE* pbBuffer) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    return Outcome::SoftwareResult(CryptGenRandom(ctx.softProv, dwLen, pbBuffer));
+  });
+}

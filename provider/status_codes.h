@@ -1,0 +1,53 @@
+// Status codes the provider reports through SetLastError. CryptoAPI and smart-card codes come
+// from <winerror.h>; this header adds the named Win32 values used as entry results and gives every
+// family one place in the provider.
+#pragma once
+#include <windows.h>
+#include <winerror.h>
+
+#include <cstdint>
+
+namespace nivra::provider {
+
+using Status = uint32_t;  // 0 for success, otherwise an NTE_*, SCARD_* or Win32 code
+
+constexpr Status kOk = 0;
+constexpr Status kErrInvalidParameter = ERROR_INVALID_PARAMETER;   // 87
+constexpr Status kErrNotImplemented = ERROR_CALL_NOT_IMPLEMENTED;  // 120
+constexpr Status kErrMoreData = ERROR_MORE_DATA;                   // 234
+
+// NTE_* values are HRESULTs in the headers; the provider passes them around as 32-bit codes.
+constexpr Status AsStatus(HRESULT hr) { return static_cast<Status>(hr); }
+
+constexpr Status kNteBadUid = AsStatus(NTE_BAD_UID);
+constexpr Status kNteBadHash = AsStatus(NTE_BAD_HASH);
+constexpr Status kNteBadKey = AsStatus(NTE_BAD_KEY);
+constexpr Status kNteBadLen = AsStatus(NTE_BAD_LEN);
+constexpr Status kNteBadData = AsStatus(NTE_BAD_DATA);
+constexpr Status kNteBadSignature = AsStatus(NTE_BAD_SIGNATURE);
+constexpr Status kNteBadFlags = AsStatus(NTE_BAD_FLAGS);
+constexpr Status kNteBadType = AsStatus(NTE_BAD_TYPE);
+constexpr Status kNteBadKeyState = AsStatus(NTE_BAD_KEY_STATE);
+constexpr Status kNteNoKey = AsStatus(NTE_NO_KEY);
+constexpr Status kNteNoMemory = AsStatus(NTE_NO_MEMORY);
+constexpr Status kNtePerm = AsStatus(NTE_PERM);
+constexpr Status kNteNotFound = AsStatus(NTE_NOT_FOUND);
+constexpr Status kNteBadPublicKey = AsStatus(NTE_BAD_PUBLIC_KEY);
+constexpr Status kNteBadKeyset = AsStatus(NTE_BAD_KEYSET);
+constexpr Status kNteBadKeysetParam = AsStatus(NTE_BAD_KEYSET_PARAM);
+constexpr Status kNteFail = AsStatus(NTE_FAIL);
+constexpr Status kNteSysErr = AsStatus(NTE_SYS_ERR);
+constexpr Status kNteSilentContext = AsStatus(NTE_SILENT_CONTEXT);
+constexpr Status kNteInvalidHandle = AsStatus(NTE_INVALID_HANDLE);
+constexpr Status kNteInvalidParameter = AsStatus(NTE_INVALID_PARAMETER);
+constexpr Status kNteNotSupported = AsStatus(NTE_NOT_SUPPORTED);
+constexpr Status kScardWrongChv = AsStatus(SCARD_W_WRONG_CHV);
+constexpr Status kScardChvBlocked = AsStatus(SCARD_W_CHV_BLOCKED);
+constexpr Status kScardCancelledByUser = AsStatus(SCARD_W_CANCELLED_BY_USER);
+constexpr Status kScardTimeout = AsStatus(SCARD_E_TIMEOUT);
+
+static_assert(kNteInvalidHandle == 0x80090026u, "NTE_INVALID_HANDLE");
+static_assert(kNteBadKeyset == 0x80090016u, "NTE_BAD_KEYSET");
+static_assert(kScardCancelledByUser == 0x8010006Eu, "SCARD_W_CANCELLED_BY_USER");
+
+}  // namespace nivra::provider
