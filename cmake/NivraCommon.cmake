@@ -34,10 +34,11 @@ else()
 endif()
 include(GoogleTest)
 
-# nivra_add_gtest(name SOURCES... [LIBS ...] [LABELS ...]): one test program whose cases CTest
-# lists one by one. Discovery runs before the tests, not at build time, so a build never starts Wine.
+# nivra_add_gtest(name SOURCES... [LIBS ...] [LABELS ...] [RESOURCE_LOCK lock]): one test program
+# whose cases CTest lists one by one. Discovery runs before the tests, not at build time, so a
+# build never starts Wine. Cases of programs that share a RESOURCE_LOCK never run concurrently.
 function(nivra_add_gtest name)
-  cmake_parse_arguments(T "" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(T "" "RESOURCE_LOCK" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_LIBS} nivra_gtest)
   set(labels ${T_LABELS})
@@ -46,8 +47,12 @@ function(nivra_add_gtest name)
   else()
     list(APPEND labels native)
   endif()
+  set(extra)
+  if(T_RESOURCE_LOCK)
+    set(extra RESOURCE_LOCK ${T_RESOURCE_LOCK})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
-                       PROPERTIES LABELS "${labels}" TIMEOUT 300)
+                       PROPERTIES LABELS "${labels}" TIMEOUT 300 ${extra})
 endfunction()
 
 # nivra_dll_part(name): the folder's sources (*.cpp, *.rc) as an object library that is linked

@@ -1,0 +1,168 @@
+// Acquiring and releasing contexts: flags, container strings, device choice, and the codes of
+// each way it can fail.
+#include <cstring>
+#include <string>
+
+#include "provider_fixture.h"
+
+namespace {
+
+class AcquireContext : public FakeCardProvider {};
+
+TEST_F(AcquireContext, FlagRules) {
+  EXPECT_EQ(Acquire(nullptr, CRYPT_MACHINE_KEYSET), 0u);
+  EXPECT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT), 0u);
+  EXPECT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT | CRYPT_SILENT | CRYPT_MACHINE_KEYSET), 0u);
+  for (DWORD bad : {0x1u, 0x2u, 0x4u, 0x80u, 0x100u, 0x0FFFFF87u, 0x10000000u, 0x70000000u,
+                    0xE0000000u, 0x80000000u}) {
+    SCOPED_TRACE(bad);
+    EXPECT_EQ(Acquire(nullptr, bad), static_cast<DWORD>(NTE_BAD_FLAGS));
+  }
+  EXPECT_EQ(Acquire("c1", CRYPT_NEWKEYSET | CRYPT_DELETEKEYSET), static_cast<DWORD>(NTE_BAD_FLAGS));
+  // A silent or verify-only context can neither create nor delete a container.
+  EXPECT_EQ(Acquire("c1", CRYPT_SILENT | CRYPT_NEWKEYSET), static_cast<DWORD>(NTE_BAD_FLAGS));
+  EXPECT_EQ(Acquire("c1", CRYPT_SILENT | CRYPT_DELETEKEYSET), static_cast<DWORD>(NTE_BAD_FLAGS));
+  EXPECT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT | CRYPT_NEWKEYSET), static_cast<DWORD>(NTE_BAD_FLAGS));
+  // Verify-only contexts name no container.
+  EXPECT_EQ(Acquire("c1", CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_BAD_FLAGS));
+  EXPECT_EQ(Acquire("\\\\?\\svc0\\c1", CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_BAD_FLAGS));
+  EXPECT_EQ(Acquire("\\\\?\\svc0", CRYPT_VERIFYCONTEXT), 0u);
+}
+
+TEST_F(AcquireContext, ContainerNameLengthLimit) {
+  EXPECT_EQ(Acquire(std::string(255, 'n').c_str(), 0), 0u);
+  EXPECT_EQ(Acquire(std::string(256, 'n').c_str(), 0), static_cast<DWORD>(NTE_BAD_KEYSET_PARAM));
+  EXPECT_EQ(Acquire(("\\\\?\\svc0\\" + std::string(255, 'n')).c_str(), 0), 0u);
+  EXPECT_EQ(Acquire(("\\\\?\\svc0\\" + std::string(256, 'n')).c_str(), 0),
+            static_cast<DWORD>(NTE_BAD_KEYSET_PARAM));
+}
+
+TEST_F(AcquireContext, ReaderPrefixes) {
+  // No PKCS#11 module is configured in this prefix: the token-slot prefix is refused before its
+  // device name is even looked at.
+  EXPECT_EQ(Acquire("\\\\.\\", 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+  EXPECT_EQ(Acquire("\\\\.\\slot\\c1", 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+  EXPECT_EQ(Acquire("\\\\?\\", 0), static_cast<DWORD>(NTE_BAD_KEYSET_PARAM));
+  EXPECT_EQ(Acquire("\\\\?\\\\c1", 0), static_cast<DWORD>(NTE_BAD_KEYSET_PARAM));
+  EXPECT_EQ(Acquire("\\\\?\\nosuchcard\\c1", 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+  EXPECT_EQ(Acquire("\\\\?\\svc0\\c1", 0), 0u);
+  EXPECT_EQ(Acquire("\\\\?\\svc0\\", 0), 0u);
+  EXPECT_EQ(Acquire("\\\\?\\svc0", 0), 0u);
+  // The Bluetooth prefix is "\\B\" with a capital B only; anything else is a plain name.
+  EXPECT_EQ(Acquire("\\\\B\\svc0\\c1", 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+  dll.FakeReset(1, 1, "bt0");
+  EXPECT_EQ(Acquire("\\\\B\\bt0\\c1", 0), 0u);
+  // Any other third character is no prefix: the whole string is the container name.
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(Acquire("\\\\b\\bt0\\c1", 0, &prov), 0u);
+  char name[64] = {};
+  DWORD length = sizeof(name);
+  EXPECT_SUCCEEDS(dll.GetProvParam(prov, PP_CONTAINER, reinterpret_cast<BYTE*>(name), &length, 0));
+  EXPECT_STREQ(name, "\\\\b\\bt0\\c1");
+  dll.ReleaseContext(prov, 0);
+}
+
+TEST_F(AcquireContext, ContainerNameAndDeviceReachTheContext) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(Acquire("\\\\?\\svc0\\my container", CRYPT_MACHINE_KEYSET, &prov), 0u);
+  char name[300] = {};
+  DWORD length = sizeof(name);
+  EXPECT_SUCCEEDS(dll.GetProvParam(prov, PP_CONTAINER, reinterpret_cast<BYTE*>(name), &length, 0));
+  EXPECT_STREQ(name, "my container");
+  EXPECT_EQ(length, std::strlen("my container") + 1);
+  EXPECT_EQ(dll.Record().openFlags, static_cast<DWORD>(CRYPT_MACHINE_KEYSET));
+  dll.ReleaseContext(prov, 0);
+}
+
+TEST_F(AcquireContext, DeleteReturnsTrueWithNoContext) {
+  HCRYPTPROV prov = 0xAB;
+  EXPECT_EQ(Acquire("\\\\?\\svc0\\c1", CRYPT_DELETEKEYSET, &prov), 0u);
+  EXPECT_EQ(prov, 0u);
+  const FakeCardRecord record = dll.Record();
+  EXPECT_EQ(record.openFlags, static_cast<DWORD>(CRYPT_DELETEKEYSET));
+  EXPECT_EQ(record.closeCount, 1u) << "the deleting acquire releases its context at once";
+}
+
+TEST_F(AcquireContext, FailedOpenReleasesTheHalfBuiltContextWithTheCardsCode) {
+  dll.FakeSetOpenResult(static_cast<DWORD>(SCARD_W_WRONG_CHV));
+  HCRYPTPROV prov = 0xAB;
+  EXPECT_EQ(Acquire("\\\\?\\svc0\\c1", 0, &prov), static_cast<DWORD>(SCARD_W_WRONG_CHV));
+  EXPECT_EQ(prov, 0u);
+  EXPECT_EQ(dll.Record().closeCount, 1u);
+}
+
+TEST_F(AcquireContext, DeviceChoiceWithoutAName) {
+  dll.FakeReset(0, 0, "");
+  EXPECT_EQ(Acquire(nullptr, 0), static_cast<DWORD>(NTE_NOT_FOUND));
+  EXPECT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_NOT_FOUND));
+  // One device anywhere: it is taken.
+  dll.FakeReset(0, 1, "");
+  EXPECT_EQ(Acquire("c1", 0), 0u);
+  // Several: a verify-only context takes the first service card at once.
+  dll.FakeReset(2, 3, "");
+  EXPECT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT), 0u);
+  // Several and silent: the card that holds the container (Bluetooth searched first).
+  dll.FakeReset(2, 3, "bt2");
+  EXPECT_EQ(Acquire("c1", CRYPT_SILENT), 0u);
+  dll.FakeReset(2, 3, "svc1");
+  EXPECT_EQ(Acquire("c1", CRYPT_SILENT), 0u);
+  dll.FakeReset(2, 3, "nowhere");
+  EXPECT_NE(Acquire("c1", CRYPT_SILENT), 0u);
+}
+
+TEST_F(AcquireContext, ProviderNameAndTypeFromTheLoader) {
+  char name[] = "Some Other Name";
+  VTableProv vtable{3, nullptr, nullptr, 24, nullptr, 0, name};
+  HCRYPTPROV prov = 0;
+  std::string container = "\\\\?\\svc0\\c1";
+  ASSERT_TRUE(dll.AcquireContext(&prov, container.data(), 0, &vtable));
+  char got[300] = {};
+  DWORD length = sizeof(got);
+  EXPECT_SUCCEEDS(dll.GetProvParam(prov, PP_NAME, reinterpret_cast<BYTE*>(got), &length, 0));
+  EXPECT_STREQ(got, "Some Other Name");
+  DWORD type = 0;
+  length = sizeof(type);
+  EXPECT_SUCCEEDS(dll.GetProvParam(prov, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &length, 0));
+  EXPECT_EQ(type, 24u);
+  dll.ReleaseContext(prov, 0);
+
+  // Version 1 tables carry neither; wide callers never pass one on.
+  vtable.Version = 1;
+  ASSERT_TRUE(dll.AcquireContext(&prov, container.data(), 0, &vtable));
+  length = sizeof(got);
+  EXPECT_SUCCEEDS(dll.GetProvParam(prov, PP_NAME, reinterpret_cast<BYTE*>(got), &length, 0));
+  EXPECT_STREQ(got, "Nivra pkcs11 CSP");
+  dll.ReleaseContext(prov, 0);
+}
+
+TEST_F(AcquireContext, WideContainerNames) {
+  HCRYPTPROV prov = 0;
+  std::wstring unrepresentable = L"\\\\?\\svc0\\\u4E2D\u6587\u2603";
+  EXPECT_TRUE(dll.AcquireContextW(&prov, unrepresentable.data(), 0, nullptr)) << std::hex << GetLastError();
+  EXPECT_EQ(GetLastError(), 0u);
+  dll.ReleaseContext(prov, 0);
+
+  // 259 characters convert, but exceed a container name; 260 do not even convert.
+  std::wstring atLimit(259, L'w');
+  EXPECT_FAILS_WITH(dll.AcquireContextW(&prov, atLimit.data(), 0, nullptr), NTE_BAD_KEYSET_PARAM);
+  std::wstring tooLong(260, L'w');
+  EXPECT_FAILS_WITH(dll.AcquireContextW(&prov, tooLong.data(), 0, nullptr), NTE_BAD_KEYSET_PARAM);
+  std::wstring fine(200, L'w');
+  EXPECT_SUCCEEDS(dll.AcquireContextW(&prov, fine.data(), 0, nullptr));
+  dll.ReleaseContext(prov, 0);
+}
+
+TEST_F(AcquireContext, ContextsAreCountedAndObjectBiasesDiffer) {
+  HCRYPTPROV a = Open();
+  HCRYPTPROV b = Open();
+  EXPECT_NE(a, b);
+  HCRYPTKEY ka = 0, kb = 0;
+  ASSERT_TRUE(dll.GenKey(a, CALG_RC4, 0, &ka));
+  ASSERT_TRUE(dll.GenKey(b, CALG_RC4, 0, &kb));
+  EXPECT_NE(ka, kb);
+  EXPECT_SUCCEEDS(dll.ReleaseContext(a, 0xFFFFFFFF));  // release ignores its flags
+  EXPECT_SUCCEEDS(dll.ReleaseContext(b, 0));
+  EXPECT_FAILS_WITH(dll.ReleaseContext(b, 0), NTE_INVALID_HANDLE);
+}
+
+}  // namespace

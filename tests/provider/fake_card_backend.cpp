@@ -1,0 +1,218 @@
+// A card back end for tests only, built into nivracsp_fake.dll in place of real cards. It serves
+// the service-card (kind 2) and Bluetooth (kind 3) prefixes with a configurable number of devices,
+// answers with fixed card limits and a fixed 2048-bit public key, and records what the frame asks
+// of it so tests can check what reached the card. Tests steer it through the exports at the end.
+#include <windows.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "provider/card_backend.h"
+#include "provider/provider_context.h"
+#include "fake_card_control.h"
+
+using namespace nivra::provider;
+
+namespace {
+
+constexpr uint32_t kFakeModulusBits = 2048;
+constexpr uint32_t kFakeModulusBytes = kFakeModulusBits / 8;
+constexpr uint32_t kFakeExponent = 65537;
+
+struct FakeState {
+  std::mutex mutex;
+  uint32_t deviceCount[4] = {};  // per kind
+  std::string containerOn;       // device that holds the container (silent search)
+  Status openResult = kOk;
+  uint32_t lastOpenFlags = 0;
+  uint32_t lastKeySpec = 0;
+  uint32_t lastMode = 0;
+  std::vector<uint8_t> lastInput;
+  std::map<std::vector<uint8_t>, std::vector<uint8_t>> signedBlocks;  // signature -> signed data
+  uint32_t genKeyBits = 0;
+  uint32_t closeCount = 0;
+  std::vector<std::string> containers;
+  size_t enumIndex = 0;
+  std::string lastPin;
+};
+
+FakeState& State() {
+  static FakeState state;
+  return state;
+}
+
+class FakeDevice : public CardDevice {
+ public:
+  explicit FakeDevice(std::string name) : name_(std::move(name)) {}
+  std::unique_ptr<CardDevice> Clone() const override { return std::make_unique<FakeDevice>(*this); }
+  std::string Name() const override { return name_; }
+
+ private:
+  std::string name_;
+};
+
+class FakeBackend : public CardBackend {
+ public:
+  FakeBackend(uint32_t kind, const char* prefix) : kind_(kind), prefix_(prefix) {}
+
+  Status EnumDevices(ProviderContext&, CardDeviceList& out) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    for (uint32_t i = 0; i < State().deviceCount[kind_]; ++i) {
+      out.push_back(std::make_unique<FakeDevice>(prefix_ + std::to_string(i)));
+    }
+    return kOk;
+  }
+
+  Status ConnectByName(ProviderContext& ctx, const std::string& name) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    for (uint32_t i = 0; i < State().deviceCount[kind_]; ++i) {
+      if (name == prefix_ + std::to_string(i)) {
+        ctx.device = std::make_unique<FakeDevice>(name);
+        return kOk;
+      }
+    }
+    return kNteBadKeyset;
+  }
+
+  Status LoadCaps(ProviderContext& ctx) override {
+    ctx.caps = CardCaps{1, 1024, 512, 4096, 512, 4, 16, 1};
+    return kOk;
+  }
+
+  Status OpenContainer(ProviderContext& ctx, uint32_t flags) override {
+    Status status = OpenContextLock(ctx, "NivraCSP_Fake_" + ctx.device->Name());
+    std::lock_guard<std::mutex> lock(State().mutex);
+    State().lastOpenFlags = flags;
+    return status != kOk ? status : State().openResult;
+  }
+
+  Status FindContainer(ProviderContext& ctx, CardDeviceList& devices) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    for (auto& device : devices) {
+      if (device->Name() == State().containerOn) {
+        ctx.device = device->Clone();
+        return kOk;
+      }
+    }
+    return kNteBadKeyset;
+  }
+
+  void CloseSession(ProviderContext&) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    ++State().closeCount;
+  }
+
+  Status EnumContainers(ProviderContext& ctx, bool restart) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    if (restart) State().enumIndex = 0;
+    if (State().enumIndex >= State().containers.size()) return ERROR_NO_MORE_ITEMS;
+    const std::string& name = State().containers[State().enumIndex++];
+    std::memset(ctx.enumName, 0, sizeof(ctx.enumName));
+    std::memcpy(ctx.enumName, name.c_str(), name.size());
+    return kOk;
+  }
+
+  Status LoadKeyPair(ProviderContext& ctx, uint32_t keySpec) override {
+    CardKeyPair& pair = ctx.KeyPair(keySpec);
+    pair.modulusBits = kFakeModulusBits;
+    pair.publicExponent = kFakeExponent;
+    for (uint32_t i = 0; i < kFakeModulusBytes; ++i) pair.modulus[i] = static_cast<uint8_t>(0xC0 + i * 7 + keySpec);
+    return kOk;
+  }
+
+  Status GenKeyPair(ProviderContext& ctx, uint32_t keySpec, uint32_t bits) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    State().genKeyBits = bits;
+    State().lastKeySpec = keySpec;
+    return kOk;
+  }
+
+  // "Signs" by producing a block that depends on the input; remembers it so that the public
+  // operation in mode 1 can hand the signed data back, as a real card's public key would.
+  Status PrivateKeyOp(ProviderContext&, uint32_t keySpec, uint32_t mode, const uint8_t* in,
+                      uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    State().lastKeySpec = keySpec;
+    State().lastMode = mode;
+    State().lastInput.assign(in, in + inLen);
+    if (*outLen < kFakeModulusBytes) return kErrMoreData;
+    std::vector<uint8_t> block(kFakeModulusBytes);
+    for (uint32_t i = 0; i < kFakeModulusBytes; ++i) {
+      block[i] = static_cast<uint8_t>(i ^ (inLen > 0 ? in[i % inLen] : 0) ^ mode);
+    }
+    State().signedBlocks[block] = State().lastInput;
+    std::memcpy(out, block.data(), block.size());
+    *outLen = kFakeModulusBytes;
+    return kOk;
+  }
+
+  Status PublicKeyOp(ProviderContext&, const KeyObject&, uint32_t mode, const uint8_t* in,
+                     uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    State().lastMode = mode;
+    State().lastInput.assign(in, in + inLen);
+    auto it = State().signedBlocks.find(State().lastInput);
+    if (it == State().signedBlocks.end()) return kNteBadSignature;
+    if (*outLen < it->second.size()) return kErrMoreData;
+    std::memcpy(out, it->second.data(), it->second.size());
+    *outLen = static_cast<uint32_t>(it->second.size());
+    return kOk;
+  }
+
+  Status VerifyPin(ProviderContext&, const uint8_t* pin, uint32_t len) override {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    State().lastPin.assign(reinterpret_cast<const char*>(pin), len);
+    return State().lastPin == "0000" ? kScardWrongChv : kOk;
+  }
+
+ private:
+  uint32_t kind_;
+  std::string prefix_;
+};
+
+FakeBackend serviceCards(BackendServiceCard, "svc");
+FakeBackend bluetoothCards(BackendBluetoothCard, "bt");
+CardBackendRegistration registerServiceCards(BackendServiceCard, &serviceCards);
+CardBackendRegistration registerBluetoothCards(BackendBluetoothCard, &bluetoothCards);
+
+}  // namespace
+
+// Test controls.
+extern "C" __declspec(dllexport) void FakeCardReset(uint32_t serviceCardCount,
+                                                    uint32_t bluetoothCardCount,
+                                                    const char* containerOn) {
+  FakeState& s = State();
+  std::lock_guard<std::mutex> lock(s.mutex);
+  s.deviceCount[BackendServiceCard] = serviceCardCount;
+  s.deviceCount[BackendBluetoothCard] = bluetoothCardCount;
+  s.containerOn = containerOn != nullptr ? containerOn : "";
+  s.openResult = kOk;
+  s.lastOpenFlags = s.lastKeySpec = s.lastMode = s.genKeyBits = s.closeCount = 0;
+  s.lastInput.clear();
+  s.signedBlocks.clear();
+  s.containers = {"alpha", "a-container-name-of-31-bytes-xx"};
+  s.enumIndex = 0;
+  s.lastPin.clear();
+}
+
+extern "C" __declspec(dllexport) void FakeCardSetOpenResult(uint32_t status) {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  State().openResult = status;
+}
+
+extern "C" __declspec(dllexport) void FakeCardRecordGet(FakeCardRecord* out) {
+  FakeState& s = State();
+  std::lock_guard<std::mutex> lock(s.mutex);
+  std::memset(out, 0, sizeof(*out));
+  out->keySpec = s.lastKeySpec;
+  out->mode = s.lastMode;
+  out->openFlags = s.lastOpenFlags;
+  out->genKeyBits = s.genKeyBits;
+  out->closeCount = s.closeCount;
+  out->inputLength = static_cast<uint32_t>(s.lastInput.size());
+  std::memcpy(out->input, s.lastInput.data(), s.lastInput.size() < sizeof(out->input) ? s.lastInput.size() : sizeof(out->input));
+  std::strncpy(out->lastPin, s.lastPin.c_str(), sizeof(out->lastPin) - 1);
+}

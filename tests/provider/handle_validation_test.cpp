@@ -1,0 +1,205 @@
+// Every entry that takes a context validates its handles before it touches anything, in a fixed
+// order, and a bad handle of any kind is an error code, never a crash.
+#include <functional>
+#include <vector>
+
+#include "provider_fixture.h"
+
+namespace {
+
+constexpr HCRYPTPROV kContextBias = 0x0110F7F0;
+
+// Values that name no live record: zero-ish, the bias itself, near-miss and wild addresses.
+const HCRYPTPROV kGarbageHandles[] = {kContextBias, kContextBias + 8, 1, 0x12345678,
+                                      0xDEADBEEF00ull, ~HCRYPTPROV{0}, 0x7FFFFFFF0000ull};
+
+struct Entry {
+  const char* name;
+  std::function<BOOL(ProviderDll&, HCRYPTPROV)> call;
+};
+
+// Each entry called with arguments that would be acceptable with a valid context.
+std::vector<Entry> ContextEntries() {
+  static BYTE buffer[512];
+  static DWORD length;
+  static HCRYPTKEY key;
+  static HCRYPTHASH hash;
+  return {
+      {"ReleaseContext", [](ProviderDll& d, HCRYPTPROV p) { return d.ReleaseContext(p, 0); }},
+      {"GenKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GenKey(p, CALG_RC4, 0, &key); }},
+      {"DeriveKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DeriveKey(p, CALG_RC4, 1, 0, &key); }},
+      {"DestroyKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DestroyKey(p, 1); }},
+      {"SetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetKeyParam(p, 1, KP_IV, buffer, 0); }},
+      {"GetKeyParam", [](ProviderDll& d, HCRYPTPROV p) {
+         length = sizeof(buffer);
+         return d.GetKeyParam(p, 1, KP_ALGID, buffer, &length, 0);
+       }},
+      {"SetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetProvParam(p, PP_USE_HARDWARE_RNG, buffer, 0); }},
+      {"GetProvParam", [](ProviderDll& d, HCRYPTPROV p) {
+         length = sizeof(buffer);
+         return d.GetProvParam(p, PP_VERSION, buffer, &length, 0);
+       }},
+      {"SetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetHashParam(p, 1, HP_HASHVAL, buffer, 0); }},
+      {"GetHashParam", [](ProviderDll& d, HCRYPTPROV p) {
+         length = sizeof(buffer);
+         return d.GetHashParam(p, 1, HP_HASHVAL, buffer, &length, 0);
+       }},
+      {"ExportKey", [](ProviderDll& d, HCRYPTPROV p) {
+         length = sizeof(buffer);
+         return d.ExportKey(p, 1, 0, PUBLICKEYBLOB, 0, buffer, &length);
+       }},
+      {"ImportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ImportKey(p, buffer, 8, 0, 0, &key); }},
+      {"Encrypt", [](ProviderDll& d, HCRYPTPROV p) {
+         length = 8;
+         return d.Encrypt(p, 1, 0, TRUE, 0, buffer, &length, sizeof(buffer));
+       }},
+      {"Decrypt", [](ProviderDll& d, HCRYPTPROV p) {
+         length = 8;
+         return d.Decrypt(p, 1, 0, TRUE, 0, buffer, &length);
+       }},
+      {"CreateHash", [](ProviderDll& d, HCRYPTPROV p) { return d.CreateHash(p, CALG_SHA1, 0, 0, &hash); }},
+      {"HashData", [](ProviderDll& d, HCRYPTPROV p) { return d.HashData(p, 1, buffer, 4, 0); }},
+      {"HashSessionKey", [](ProviderDll& d, HCRYPTPROV p) { return d.HashSessionKey(p, 1, 1, 0); }},
+      {"SignHash", [](ProviderDll& d, HCRYPTPROV p) {
+         length = sizeof(buffer);
+         return d.SignHash(p, 1, AT_SIGNATURE, nullptr, 0, buffer, &length);
+       }},
+      {"DestroyHash", [](ProviderDll& d, HCRYPTPROV p) { return d.DestroyHash(p, 1); }},
+      {"VerifySignature", [](ProviderDll& d, HCRYPTPROV p) { return d.VerifySignature(p, 1, buffer, 128, 1, nullptr, 0); }},
+      {"GenRandom", [](ProviderDll& d, HCRYPTPROV p) { return d.GenRandom(p, 16, buffer); }},
+      {"GetUserKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GetUserKey(p, AT_SIGNATURE, &key); }},
+  };
+}
+
+class HandleValidation : public FakeCardProvider {};
+
+TEST_F(HandleValidation, ContextHandleZeroIsAnInvalidParameterForEveryEntry) {
+  for (const Entry& e : ContextEntries()) {
+    SCOPED_TRACE(e.name);
+    EXPECT_FAILS_WITH(e.call(dll, 0), NTE_INVALID_PARAMETER);
+  }
+}
+
+TEST_F(HandleValidation, GarbageContextHandlesAreInvalidHandlesNotCrashes) {
+  for (const Entry& e : ContextEntries()) {
+    for (HCRYPTPROV garbage : kGarbageHandles) {
+      SCOPED_TRACE(std::string(e.name) + " with " + std::to_string(garbage));
+      EXPECT_FAILS_WITH(e.call(dll, garbage), NTE_INVALID_HANDLE);
+    }
+  }
+}
+
+TEST_F(HandleValidation, ReleasedContextIsAnInvalidHandleForEveryEntry) {
+  HCRYPTPROV prov = Open();
+  EXPECT_SUCCEEDS(dll.ReleaseContext(prov, 0));
+  for (const Entry& e : ContextEntries()) {
+    SCOPED_TRACE(e.name);
+    EXPECT_FAILS_WITH(e.call(dll, prov), NTE_INVALID_HANDLE);
+  }
+}
+
+TEST_F(HandleValidation, OutPointersAreCheckedBeforeTheContextAndZeroedFirst) {
+  EXPECT_FAILS_WITH(dll.GenKey(0, CALG_RC4, 0, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.DeriveKey(0x12345678, CALG_RC4, 1, 0, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.CreateHash(0, CALG_SHA1, 0, 0, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.GetUserKey(kContextBias, AT_SIGNATURE, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.AcquireContext(nullptr, nullptr, 0, nullptr), ERROR_INVALID_PARAMETER);
+
+  HCRYPTKEY key = 0xAAAA;
+  HCRYPTHASH hash = 0xBBBB;
+  EXPECT_FAILS_WITH(dll.GenKey(0x12345678, CALG_RC4, 0, &key), NTE_INVALID_HANDLE);
+  EXPECT_EQ(key, 0u);
+  key = 0xAAAA;
+  EXPECT_FAILS_WITH(dll.GetUserKey(0, AT_SIGNATURE, &key), NTE_INVALID_PARAMETER);
+  EXPECT_EQ(key, 0u);
+  EXPECT_FAILS_WITH(dll.CreateHash(kContextBias, CALG_SHA1, 0, 0, &hash), NTE_INVALID_HANDLE);
+  EXPECT_EQ(hash, 0u);
+  HCRYPTPROV prov = 0xCCCC;
+  EXPECT_FAILS_WITH(dll.AcquireContext(&prov, nullptr, 0x1, nullptr), NTE_BAD_FLAGS);
+  EXPECT_EQ(prov, 0u);
+}
+
+TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
+  HCRYPTPROV prov = Open();
+  HCRYPTPROV other = Open();
+  HCRYPTKEY key = 0;
+  HCRYPTHASH hash = 0;
+  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  BYTE data[64] = {};
+  DWORD length = sizeof(data);
+
+  // Zero: invalid parameter.
+  EXPECT_FAILS_WITH(dll.DestroyKey(prov, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.HashData(prov, 0, data, 4, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.DeriveKey(prov, CALG_RC4, 0, 0, &key), NTE_INVALID_PARAMETER);
+  // Consecutive contexts draw different biases: the other context's objects are unknown here.
+  EXPECT_FAILS_WITH(dll.DestroyKey(other, key), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.GetKeyParam(other, key, KP_ALGID, data, &length, 0), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.HashData(other, hash, data, 4, 0), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.DestroyHash(other, hash), NTE_INVALID_HANDLE);
+  // Garbage and near misses.
+  for (HCRYPTKEY garbage : {key + 1, key - 16, HCRYPTKEY{0x12345678}, ~HCRYPTKEY{0}}) {
+    EXPECT_FAILS_WITH(dll.DestroyKey(prov, garbage), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.HashSessionKey(prov, hash, garbage, 0), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.DestroyHash(prov, garbage), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.CreateHash(prov, CALG_SHA1, garbage, 0, &hash), NTE_INVALID_HANDLE);
+  }
+  // Optional handles: a non-zero bad one is still an error.
+  length = 8;
+  EXPECT_FAILS_WITH(dll.Encrypt(prov, key, 0x12345678, TRUE, 0, data, &length, sizeof(data)),
+                    NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, data, 8, 0x12345678, 0, &key), NTE_INVALID_HANDLE);
+  // Hash handle checked before the key handle.
+  EXPECT_FAILS_WITH(dll.VerifySignature(prov, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);
+
+  dll.ReleaseContext(other, 0);
+  dll.ReleaseContext(prov, 0);
+}
+
+TEST_F(HandleValidation, DestroyedObjectsAreInvalidAfterwards) {
+  HCRYPTPROV prov = Open();
+  HCRYPTKEY key = 0;
+  HCRYPTHASH hash = 0;
+  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  EXPECT_SUCCEEDS(dll.DestroyKey(prov, key));
+  EXPECT_SUCCEEDS(dll.DestroyHash(prov, hash));
+  EXPECT_FAILS_WITH(dll.DestroyKey(prov, key), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.DestroyHash(prov, hash), NTE_INVALID_HANDLE);
+  // Objects still listed at release are destroyed with their context.
+  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  EXPECT_SUCCEEDS(dll.ReleaseContext(prov, 0));
+  HCRYPTPROV next = Open();
+  EXPECT_FAILS_WITH(dll.DestroyKey(next, key), NTE_INVALID_HANDLE);
+  dll.ReleaseContext(next, 0);
+}
+
+TEST_F(HandleValidation, DuplicateEntriesAreNotImplementedWhateverTheArguments) {
+  HCRYPTPROV prov = Open();
+  HCRYPTHASH hash = 0;
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  HCRYPTHASH copy = 0x77;
+  EXPECT_FAILS_WITH(dll.DuplicateHash(prov, hash, nullptr, 0, &copy), ERROR_CALL_NOT_IMPLEMENTED);
+  EXPECT_FAILS_WITH(dll.DuplicateHash(0, 0, nullptr, 0, nullptr), ERROR_CALL_NOT_IMPLEMENTED);
+  EXPECT_FAILS_WITH(dll.DuplicateKey(0x1234, 0x5678, nullptr, 0xFFFFFFFF, nullptr),
+                    ERROR_CALL_NOT_IMPLEMENTED);
+  EXPECT_EQ(copy, 0x77u) << "the duplicate entries look at no argument";
+  dll.ReleaseContext(prov, 0);
+}
+
+TEST(ProviderExports, BothNameSetsResolveToTheSameEntries) {
+  ProviderDll product, standard;
+  std::string error;
+  ASSERT_TRUE(product.Load(kProductDll, "NivraCP", &error)) << error;
+  ASSERT_TRUE(standard.Load(kProductDll, "CP", &error)) << error;
+  EXPECT_EQ(reinterpret_cast<void*>(product.AcquireContext), reinterpret_cast<void*>(standard.AcquireContext));
+  EXPECT_EQ(reinterpret_cast<void*>(product.VerifySignature), reinterpret_cast<void*>(standard.VerifySignature));
+  EXPECT_EQ(reinterpret_cast<void*>(product.DuplicateKey), reinterpret_cast<void*>(standard.DuplicateKey));
+  EXPECT_NE(GetProcAddress(product.module, "DllRegisterServer"), nullptr);
+  EXPECT_NE(GetProcAddress(product.module, "DllUnregisterServer"), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,179 @@
+// The provider as applications meet it: registered with regsvr32 and loaded by Wine's CryptoAPI
+// loader (advapi32), which loads the DLL for each context and frees it at each release.
+#include <tlhelp32.h>
+
+#include <string>
+#include <vector>
+
+#include "provider_fixture.h"
+
+namespace {
+
+const wchar_t kProviderName[] = L"Nivra pkcs11 CSP";
+const wchar_t kFakeProviderName[] = L"Nivra pkcs11 CSP (fake card)";
+const wchar_t kRegistryBase[] = L"SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\";
+
+std::wstring ModuleDirectory() {
+  wchar_t path[MAX_PATH];
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring dir = path;
+  return dir.substr(0, dir.find_last_of(L"\\/") + 1);
+}
+
+// Runs a program of the build directory (or of Wine's system) and returns its exit code.
+DWORD Run(const std::wstring& commandLine, DWORD timeoutMs = 60000) {
+  STARTUPINFOW si{sizeof(si)};
+  PROCESS_INFORMATION pi{};
+  std::wstring cmd = commandLine;
+  if (!CreateProcessW(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr,
+                      ModuleDirectory().c_str(), &si, &pi)) {
+    return 0xFFFFFFFF;
+  }
+  DWORD wait = WaitForSingleObject(pi.hProcess, timeoutMs);
+  DWORD code = 0xFFFFFFFE;
+  if (wait == WAIT_OBJECT_0) GetExitCodeProcess(pi.hProcess, &code);
+  else TerminateProcess(pi.hProcess, 99);
+  CloseHandle(pi.hThread);
+  CloseHandle(pi.hProcess);
+  return code;
+}
+
+bool ReadRegistration(const wchar_t* name, std::wstring* imagePath, DWORD* type, DWORD* sigInFile) {
+  HKEY key = nullptr;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kRegistryBase) + name).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    return false;
+  }
+  wchar_t path[MAX_PATH] = {};
+  DWORD size = sizeof(path);
+  RegQueryValueExW(key, L"Image Path", nullptr, nullptr, reinterpret_cast<BYTE*>(path), &size);
+  *imagePath = path;
+  size = sizeof(DWORD);
+  RegQueryValueExW(key, L"Type", nullptr, nullptr, reinterpret_cast<BYTE*>(type), &size);
+  size = sizeof(DWORD);
+  RegQueryValueExW(key, L"SigInFile", nullptr, nullptr, reinterpret_cast<BYTE*>(sigInFile), &size);
+  RegCloseKey(key);
+  return true;
+}
+
+// Registers the fake-card build under its own name, as regsvr32 would register the product.
+void RegisterFakeProvider() {
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kRegistryBase) + kFakeProviderName).c_str(),
+                            0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr), ERROR_SUCCESS);
+  const std::wstring path = ModuleDirectory() + kFakeCardDll;
+  RegSetValueExW(key, L"Image Path", 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
+                 static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+  DWORD type = PROV_RSA_FULL, zero = 0;
+  RegSetValueExW(key, L"Type", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&type), sizeof(type));
+  RegSetValueExW(key, L"SigInFile", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&zero), sizeof(zero));
+  RegCloseKey(key);
+}
+
+DWORD AcquireThroughLoader(const wchar_t* container, const wchar_t* provider, DWORD flags,
+                           HCRYPTPROV* out = nullptr) {
+  HCRYPTPROV prov = 0;
+  SetLastError(0);
+  BOOL ok = CryptAcquireContextW(&prov, container, provider, PROV_RSA_FULL, flags);
+  DWORD error = ok ? 0 : GetLastError();
+  if (ok && out != nullptr) *out = prov;
+  else if (ok) CryptReleaseContext(prov, 0);
+  return error;
+}
+
+size_t ThreadsOfThisProcess() {
+  HANDLE snap = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  THREADENTRY32 entry{sizeof(entry)};
+  size_t count = 0;
+  for (BOOL ok = Thread32First(snap, &entry); ok; ok = Thread32Next(snap, &entry)) {
+    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
+  }
+  CloseHandle(snap);
+  return count;
+}
+
+class Loader : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const std::wstring dll = ModuleDirectory() + kProductDll;
+    ASSERT_EQ(Run(L"regsvr32.exe /s \"" + dll + L"\""), 0u) << "regsvr32 must register the provider";
+  }
+};
+
+TEST_F(Loader, Regsvr32WritesTheProviderKeyAndRemovesIt) {
+  std::wstring path;
+  DWORD type = 0, sig = 7;
+  ASSERT_TRUE(ReadRegistration(kProviderName, &path, &type, &sig));
+  EXPECT_EQ(path, ModuleDirectory() + kProductDll);
+  EXPECT_EQ(type, 1u);
+  EXPECT_EQ(sig, 0u);
+  ASSERT_EQ(Run(L"regsvr32.exe /s /u \"" + ModuleDirectory() + kProductDll + L"\""), 0u);
+  EXPECT_FALSE(ReadRegistration(kProviderName, &path, &type, &sig));
+  EXPECT_NE(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), 0u);
+}
+
+TEST_F(Loader, ErrorsReachTheApplicationThroughCryptoApi) {
+  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, 0), static_cast<DWORD>(NTE_NOT_FOUND));
+  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_NOT_FOUND));
+  EXPECT_EQ(AcquireThroughLoader(L"\\\\.\\", kProviderName, 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+  EXPECT_EQ(AcquireThroughLoader(L"\\\\.\\slot\\c1", kProviderName, 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, CRYPT_SILENT | CRYPT_NEWKEYSET), static_cast<DWORD>(NTE_BAD_FLAGS));
+  EXPECT_EQ(AcquireThroughLoader(std::wstring(300, L'x').c_str(), kProviderName, 0), static_cast<DWORD>(NTE_BAD_KEYSET_PARAM));
+}
+
+TEST_F(Loader, ThreeHundredLoadsAndFreesInOneProcess) {
+  const size_t threadsBefore = ThreadsOfThisProcess();
+  for (int i = 0; i < 300; ++i) {
+    ASSERT_EQ(AcquireThroughLoader(nullptr, kProviderName, 0), static_cast<DWORD>(NTE_NOT_FOUND)) << i;
+  }
+  // The module stays pinned after its first load: one watcher thread, not one per load.
+  EXPECT_LE(ThreadsOfThisProcess(), threadsBefore + 1);
+}
+
+TEST_F(Loader, FullContextLifecycleThroughTheLoaderRepeatedly) {
+  RegisterFakeProvider();
+  ProviderDll fake;
+  std::string error;
+  ASSERT_TRUE(fake.Load(kFakeCardDll, "CP", &error)) << error;
+  fake.FakeReset(1, 0, "svc0");
+  HCRYPTPROV wine = OpenWineSoftwareProvider();
+  const BYTE data[] = "loader round trip";
+  BYTE expected[20];
+  DWORD length = sizeof(expected);
+  HCRYPTHASH wineHash = 0;
+  ASSERT_TRUE(CryptCreateHash(wine, CALG_SHA1, 0, 0, &wineHash));
+  ASSERT_TRUE(CryptHashData(wineHash, data, sizeof(data), 0));
+  ASSERT_TRUE(CryptGetHashParam(wineHash, HP_HASHVAL, expected, &length, 0));
+
+  for (int i = 0; i < 100; ++i) {
+    HCRYPTPROV prov = 0;
+    ASSERT_EQ(AcquireThroughLoader(L"\\\\?\\svc0\\c1", kFakeProviderName, 0, &prov), 0u) << i;
+    HCRYPTHASH hash = 0;
+    ASSERT_TRUE(CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash));
+    ASSERT_TRUE(CryptHashData(hash, data, sizeof(data), 0));
+    BYTE value[20];
+    length = sizeof(value);
+    ASSERT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, value, &length, 0));
+    ASSERT_EQ(0, memcmp(value, expected, 20)) << i;
+    BYTE signature[256];
+    length = sizeof(signature);
+    ASSERT_TRUE(CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature, &length)) << std::hex << GetLastError();
+    ASSERT_EQ(length, 256u);
+    BYTE random[16];
+    ASSERT_TRUE(CryptGenRandom(prov, sizeof(random), random));
+    ASSERT_TRUE(CryptDestroyHash(hash));
+    ASSERT_TRUE(CryptReleaseContext(prov, 0));
+  }
+  CryptDestroyHash(wineHash);
+  CryptReleaseContext(wine, 0);
+  RegDeleteKeyW(HKEY_LOCAL_MACHINE, (std::wstring(kRegistryBase) + kFakeProviderName).c_str());
+}
+
+TEST(ProcessExit, ExitingWhileTheWatcherRunsNeitherCrashesNorHangs) {
+  for (const wchar_t* variant : {L"product", L"fake"}) {
+    const DWORD started = GetTickCount();
+    EXPECT_EQ(Run(std::wstring(L"provider_exit_child.exe ") + variant, 20000), 0u) << variant;
+    EXPECT_LT(GetTickCount() - started, 15000u) << variant;
+  }
+}
+
+}  // namespace

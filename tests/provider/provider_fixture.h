@@ -1,0 +1,59 @@
+// A test fixture holding the fake-card build of the provider, with helpers to open contexts.
+#pragma once
+#include <gtest/gtest.h>
+
+#include "provider_dll.h"
+
+class FakeCardProvider : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string error;
+    ASSERT_TRUE(dll.Load(kFakeCardDll, "NivraCP", &error)) << error;
+    dll.FakeReset(1, 0, "svc0");
+  }
+
+  // Acquires a context on the first service card ("\\?\svc0\<container>"); fails the test if
+  // that does not work.
+  HCRYPTPROV Open(const char* container = "\\\\?\\svc0\\c1", DWORD flags = 0) {
+    HCRYPTPROV prov = 0;
+    std::string name = container;
+    EXPECT_TRUE(dll.AcquireContext(&prov, name.data(), flags, nullptr))
+        << std::hex << GetLastError();
+    EXPECT_NE(prov, 0u);
+    return prov;
+  }
+
+  // Acquire result: the last error (0 on success); *prov receives the handle.
+  DWORD Acquire(const char* container, DWORD flags, HCRYPTPROV* prov = nullptr) {
+    HCRYPTPROV local = 0xDEAD;
+    std::string name = container != nullptr ? container : "";
+    SetLastError(0xFEEDu);
+    BOOL ok = dll.AcquireContext(&local, container != nullptr ? name.data() : nullptr, flags, nullptr);
+    DWORD error = GetLastError();
+    if (prov != nullptr) *prov = local;
+    if (ok && prov == nullptr && local != 0) dll.ReleaseContext(local, 0);
+    EXPECT_EQ(ok != FALSE, error == 0) << "TRUE must come with last error 0, FALSE with a code";
+    return error;
+  }
+
+  ProviderDll dll;
+};
+
+// Checks a BOOL entry result and the last error it left.
+#define EXPECT_FAILS_WITH(call, code)                      \
+  do {                                                     \
+    SetLastError(0xFEEDu);                                 \
+    BOOL ok_ = (call);                                     \
+    DWORD err_ = GetLastError();                           \
+    EXPECT_FALSE(ok_) << #call;                            \
+    EXPECT_EQ(err_, static_cast<DWORD>(code)) << #call;    \
+  } while (0)
+
+#define EXPECT_SUCCEEDS(call)                              \
+  do {                                                     \
+    SetLastError(0xFEEDu);                                 \
+    BOOL ok_ = (call);                                     \
+    DWORD err_ = GetLastError();                           \
+    EXPECT_TRUE(ok_) << #call << " error " << std::hex << err_; \
+    EXPECT_EQ(err_, 0u) << #call;                          \
+  } while (0)

@@ -1,0 +1,226 @@
+// Hashes, session keys and random numbers come from the software provider: the provider's
+// answers must be those of Wine's own "Microsoft Strong Cryptographic Provider" used directly.
+#include <vector>
+
+#include "provider_fixture.h"
+
+namespace {
+
+class SoftwarePaths : public FakeCardProvider {
+ protected:
+  void SetUp() override {
+    FakeCardProvider::SetUp();
+    prov = Open();
+    wine = OpenWineSoftwareProvider();
+    ASSERT_NE(wine, 0u);
+  }
+  void TearDown() override {
+    if (prov != 0) dll.ReleaseContext(prov, 0);
+    if (wine != 0) CryptReleaseContext(wine, 0);
+  }
+
+  std::vector<BYTE> OurHash(ALG_ID alg, const std::vector<BYTE>& data) {
+    HCRYPTHASH hash = 0;
+    EXPECT_SUCCEEDS(dll.CreateHash(prov, alg, 0, 0, &hash));
+    EXPECT_SUCCEEDS(dll.HashData(prov, hash, data.data(), static_cast<DWORD>(data.size()), 0));
+    std::vector<BYTE> value(64);
+    DWORD length = static_cast<DWORD>(value.size());
+    EXPECT_SUCCEEDS(dll.GetHashParam(prov, hash, HP_HASHVAL, value.data(), &length, 0));
+    value.resize(length);
+    EXPECT_SUCCEEDS(dll.DestroyHash(prov, hash));
+    return value;
+  }
+
+  std::vector<BYTE> WineHash(ALG_ID alg, const std::vector<BYTE>& data) {
+    HCRYPTHASH hash = 0;
+    EXPECT_TRUE(CryptCreateHash(wine, alg, 0, 0, &hash));
+    EXPECT_TRUE(CryptHashData(hash, data.data(), static_cast<DWORD>(data.size()), 0));
+    std::vector<BYTE> value(64);
+    DWORD length = static_cast<DWORD>(value.size());
+    EXPECT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, value.data(), &length, 0));
+    value.resize(length);
+    CryptDestroyHash(hash);
+    return value;
+  }
+
+  HCRYPTPROV prov = 0;
+  HCRYPTPROV wine = 0;
+};
+
+std::vector<BYTE> Pattern(size_t n) {
+  std::vector<BYTE> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<BYTE>(i * 31 + 7);
+  return v;
+}
+
+TEST_F(SoftwarePaths, HashesMatchWinesProvider) {
+  for (ALG_ID alg : {CALG_SHA1, CALG_MD5, CALG_MD2, CALG_SHA_256}) {
+    for (size_t n : {0, 1, 55, 56, 64, 1000}) {
+      SCOPED_TRACE(std::to_string(alg) + "/" + std::to_string(n));
+      const std::vector<BYTE> ours = OurHash(alg, Pattern(n));
+      EXPECT_FALSE(ours.empty());
+      EXPECT_EQ(ours, WineHash(alg, Pattern(n)));
+    }
+  }
+}
+
+TEST_F(SoftwarePaths, SoftwareErrorsPassThrough) {
+  HCRYPTHASH hash = 0xAA;
+  // An algorithm the software provider does not know: its own error, re-reported.
+  SetLastError(0);
+  EXPECT_FALSE(dll.CreateHash(prov, 0x1234, 0, 0, &hash));
+  const DWORD ours = GetLastError();
+  EXPECT_EQ(hash, 0u);
+  HCRYPTHASH wineHash = 0;
+  EXPECT_FALSE(CryptCreateHash(wine, 0x1234, 0, 0, &wineHash));
+  EXPECT_EQ(ours, GetLastError());
+  EXPECT_NE(ours, 0u);
+
+  // Hashing after the value was read fails in the software provider; its error stands.
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  BYTE value[20];
+  DWORD length = sizeof(value);
+  ASSERT_TRUE(dll.GetHashParam(prov, hash, HP_HASHVAL, value, &length, 0));
+  SetLastError(0);
+  EXPECT_FALSE(dll.HashData(prov, hash, value, 4, 0));
+  const DWORD ourState = GetLastError();
+  ASSERT_TRUE(CryptCreateHash(wine, CALG_SHA1, 0, 0, &wineHash));
+  length = sizeof(value);
+  ASSERT_TRUE(CryptGetHashParam(wineHash, HP_HASHVAL, value, &length, 0));
+  EXPECT_FALSE(CryptHashData(wineHash, value, 4, 0));
+  EXPECT_EQ(ourState, GetLastError());
+  EXPECT_NE(ourState, 0u);
+  CryptDestroyHash(wineHash);
+}
+
+TEST_F(SoftwarePaths, GenRandomLeavesTheLastErrorAsTheSoftwareProviderLeftIt) {
+  BYTE a[32] = {}, b[32] = {};
+  SetLastError(0x1234);
+  EXPECT_TRUE(dll.GenRandom(prov, sizeof(a), a));
+  EXPECT_EQ(GetLastError(), 0x1234u) << "no last error of its own on success";
+  EXPECT_TRUE(dll.GenRandom(prov, sizeof(b), b));
+  EXPECT_NE(std::vector<BYTE>(a, a + 32), std::vector<BYTE>(b, b + 32));
+  // Works on a verify-only context too: only the software provider is needed.
+  HCRYPTPROV verify = 0;
+  ASSERT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT, &verify), 0u);
+  EXPECT_TRUE(dll.GenRandom(verify, sizeof(a), a));
+  dll.ReleaseContext(verify, 0);
+}
+
+// The same key bytes imported into both providers encrypt to the same ciphertext, and our
+// ciphertext decrypts in Wine's provider.
+TEST_F(SoftwarePaths, SessionKeysAgreeWithWinesProvider) {
+  struct {
+    BLOBHEADER header;
+    DWORD length;
+    BYTE key[24];
+  } blob{{PLAINTEXTKEYBLOB, CUR_BLOB_VERSION, 0, CALG_3DES}, 24, {}};
+  for (int i = 0; i < 24; ++i) blob.key[i] = static_cast<BYTE>(0x13 * i + 1);
+  HCRYPTKEY ours = 0, theirs = 0;
+  EXPECT_SUCCEEDS(dll.ImportKey(prov, reinterpret_cast<BYTE*>(&blob), sizeof(blob), 0, CRYPT_EXPORTABLE, &ours));
+  ASSERT_TRUE(CryptImportKey(wine, reinterpret_cast<BYTE*>(&blob), sizeof(blob), 0, 0, &theirs));
+
+  std::vector<BYTE> data = Pattern(37);
+  std::vector<BYTE> a = data, b = data;
+  a.resize(64);
+  b.resize(64);
+  DWORD la = 37, lb = 37;
+  SetLastError(0x55);
+  EXPECT_TRUE(dll.Encrypt(prov, ours, 0, TRUE, 0, a.data(), &la, 64));
+  EXPECT_EQ(GetLastError(), 0x55u) << "the software path sets no last error";
+  ASSERT_TRUE(CryptEncrypt(theirs, 0, TRUE, 0, b.data(), &lb, 64));
+  EXPECT_EQ(la, 40u);
+  EXPECT_EQ(a, b);
+  EXPECT_TRUE(dll.Decrypt(prov, ours, 0, TRUE, 0, a.data(), &la));
+  a.resize(la);
+  EXPECT_EQ(a, data);
+
+  DWORD algId = 0, length = sizeof(algId);
+  EXPECT_SUCCEEDS(dll.GetKeyParam(prov, ours, KP_ALGID, reinterpret_cast<BYTE*>(&algId), &length, 0));
+  EXPECT_EQ(algId, static_cast<DWORD>(CALG_3DES));
+
+  // Exported in plain form, the key comes back as it went in.
+  BYTE exported[64];
+  length = sizeof(exported);
+  EXPECT_SUCCEEDS(dll.ExportKey(prov, ours, 0, PLAINTEXTKEYBLOB, 0, exported, &length));
+  ASSERT_EQ(length, sizeof(blob));
+  EXPECT_EQ(0, memcmp(exported, &blob, sizeof(blob)));
+  CryptDestroyKey(theirs);
+}
+
+TEST_F(SoftwarePaths, DerivedKeysAgreeWithWinesProvider) {
+  const std::vector<BYTE> secret = Pattern(20);
+  HCRYPTHASH ourHash = 0, wineHash = 0;
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &ourHash));
+  ASSERT_TRUE(dll.HashData(prov, ourHash, secret.data(), 20, 0));
+  ASSERT_TRUE(CryptCreateHash(wine, CALG_SHA1, 0, 0, &wineHash));
+  ASSERT_TRUE(CryptHashData(wineHash, secret.data(), 20, 0));
+  HCRYPTKEY ours = 0, theirs = 0;
+  EXPECT_SUCCEEDS(dll.DeriveKey(prov, CALG_RC4, ourHash, 128 << 16, &ours));
+  ASSERT_TRUE(CryptDeriveKey(wine, CALG_RC4, wineHash, 128 << 16, &theirs));
+  BYTE a[16] = {}, b[16] = {};
+  DWORD la = 16, lb = 16;
+  EXPECT_TRUE(dll.Encrypt(prov, ours, 0, TRUE, 0, a, &la, 16));
+  ASSERT_TRUE(CryptEncrypt(theirs, 0, TRUE, 0, b, &lb, 16));
+  EXPECT_EQ(0, memcmp(a, b, 16));
+
+  // A hash keyed with a session key: HMAC-style cross-check through HashSessionKey.
+  HCRYPTHASH ourKeyHash = 0, wineKeyHash = 0;
+  ASSERT_TRUE(dll.CreateHash(prov, CALG_MD5, 0, 0, &ourKeyHash));
+  EXPECT_SUCCEEDS(dll.HashSessionKey(prov, ourKeyHash, ours, 0));
+  ASSERT_TRUE(CryptCreateHash(wine, CALG_MD5, 0, 0, &wineKeyHash));
+  ASSERT_TRUE(CryptHashSessionKey(wineKeyHash, theirs, 0));
+  BYTE va[16], vb[16];
+  DWORD lva = 16, lvb = 16;
+  EXPECT_TRUE(dll.GetHashParam(prov, ourKeyHash, HP_HASHVAL, va, &lva, 0));
+  EXPECT_TRUE(CryptGetHashParam(wineKeyHash, HP_HASHVAL, vb, &lvb, 0));
+  EXPECT_EQ(0, memcmp(va, vb, 16));
+  CryptDestroyHash(wineHash);
+  CryptDestroyHash(wineKeyHash);
+  CryptDestroyKey(theirs);
+}
+
+TEST_F(SoftwarePaths, GeneratedSessionKeysAndTheirExportRules) {
+  HCRYPTKEY fixed = 0, exportable = 0;
+  EXPECT_SUCCEEDS(dll.GenKey(prov, CALG_RC4, 0, &fixed));
+  EXPECT_SUCCEEDS(dll.GenKey(prov, CALG_3DES_112, CRYPT_EXPORTABLE, &exportable));
+  DWORD bits = 0, length = sizeof(bits);
+  EXPECT_SUCCEEDS(dll.GetKeyParam(prov, exportable, KP_KEYLEN, reinterpret_cast<BYTE*>(&bits), &length, 0));
+  EXPECT_EQ(bits, 112u);
+  BYTE blob[256];
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, PLAINTEXTKEYBLOB, 1, blob, &length), NTE_BAD_FLAGS);
+  EXPECT_EQ(length, 0u);
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, PRIVATEKEYBLOB, 0, blob, &length), NTE_BAD_KEY_STATE);
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, 0x55, 0, blob, &length), NTE_BAD_TYPE);
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, fixed, 0, SIMPLEBLOB, 0, blob, &length), NTE_BAD_KEY_STATE);
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, SIMPLEBLOB, 0, blob, &length), NTE_BAD_UID);
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, fixed, SIMPLEBLOB, 0, blob, &length), NTE_BAD_KEY);
+  length = sizeof(blob);
+  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, PUBLICKEYBLOB, 0, blob, &length), NTE_BAD_PUBLIC_KEY);
+}
+
+TEST_F(SoftwarePaths, ImportRejectsMalformedBlobs) {
+  HCRYPTKEY key = 0;
+  BYTE small[7] = {PLAINTEXTKEYBLOB, 2};
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, nullptr, 64, 0, 0, &key), ERROR_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, small, sizeof(small), 0, 0, &key), NTE_BAD_LEN);
+  BYTE unknown[16] = {0x42, 2, 0, 0};
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, unknown, sizeof(unknown), 0, 0, &key), NTE_BAD_TYPE);
+  // Public key blobs: RSA algorithms only, and as long as their modulus says.
+  BYTE pub[20 + 8] = {PUBLICKEYBLOB, 2, 0, 0};
+  *reinterpret_cast<ALG_ID*>(pub + 4) = CALG_RC4;
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, pub, sizeof(pub), 0, 0, &key), NTE_BAD_DATA);
+  *reinterpret_cast<ALG_ID*>(pub + 4) = CALG_RSA_KEYX;
+  RSAPUBKEY rsa{0x31415352, 1024, 65537};
+  memcpy(pub + 8, &rsa, sizeof(rsa));
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, pub, sizeof(pub), 0, 0, &key), NTE_BAD_LEN);
+  EXPECT_EQ(key, 0u);
+}
+
+}  // namespace
