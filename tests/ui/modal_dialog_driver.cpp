@@ -1,0 +1,91 @@
+#include "modal_dialog_driver.h"
+
+#include <utility>
+#include <vector>
+
+namespace nivra::uitest {
+namespace {
+
+constexpr DWORD kPollMs = 20;
+
+BOOL CALLBACK CollectWindow(HWND hwnd, LPARAM out) {
+  reinterpret_cast<std::vector<HWND>*>(out)->push_back(hwnd);
+  return TRUE;
+}
+
+}  // namespace
+
+ModalDialogRun::ModalDialogRun(std::function<INT_PTR()> body) {
+  worker_ = std::thread([this, body = std::move(body)] {
+    threadId_ = GetCurrentThreadId();
+    result_ = body();
+    done_ = true;
+  });
+  while (threadId_.load() == 0) Sleep(1);
+}
+
+ModalDialogRun::~ModalDialogRun() {
+  while (!done_.load()) {
+    std::vector<HWND> windows;
+    EnumThreadWindows(threadId_.load(), &CollectWindow, reinterpret_cast<LPARAM>(&windows));
+    for (HWND hwnd : windows) PostMessageW(hwnd, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
+    Sleep(50);
+  }
+  worker_.join();
+}
+
+HWND ModalDialogRun::WaitForDialog(const wchar_t* title, HWND except, DWORD timeoutMs) {
+  ULONGLONG deadline = GetTickCount64() + timeoutMs;
+  do {
+    HWND found = nullptr;
+    while ((found = FindWindowExW(nullptr, found, L"#32770", title)) != nullptr) {
+      if (found != except && GetWindowThreadProcessId(found, nullptr) == threadId_.load() &&
+          IsWindowVisible(found)) {
+        return found;
+      }
+    }
+    Sleep(kPollMs);
+  } while (GetTickCount64() < deadline);
+  return nullptr;
+}
+
+bool ModalDialogRun::Finished(INT_PTR* result, DWORD timeoutMs) {
+  ULONGLONG deadline = GetTickCount64() + timeoutMs;
+  while (!done_.load()) {
+    if (GetTickCount64() >= deadline) return false;
+    Sleep(kPollMs);
+  }
+  *result = result_.load();
+  return true;
+}
+
+std::wstring WindowText(HWND hwnd) {
+  wchar_t buffer[512] = {};
+  GetWindowTextW(hwnd, buffer, static_cast<int>(sizeof(buffer) / sizeof(buffer[0])));
+  return buffer;
+}
+
+HWND FindChildWithText(HWND parent, const std::wstring& text) {
+  std::vector<HWND> children;
+  EnumChildWindows(parent, &CollectWindow, reinterpret_cast<LPARAM>(&children));
+  for (HWND child : children) {
+    if (WindowText(child) == text) return child;
+  }
+  return nullptr;
+}
+
+bool WaitUntilGone(HWND hwnd, DWORD timeoutMs) {
+  ULONGLONG deadline = GetTickCount64() + timeoutMs;
+  while (IsWindow(hwnd)) {
+    if (GetTickCount64() >= deadline) return false;
+    Sleep(kPollMs);
+  }
+  return true;
+}
+
+void PressButton(HWND dialog, int id) {
+  PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(id, BN_CLICKED),
+               reinterpret_cast<LPARAM>(GetDlgItem(dialog, id)));
+}
+
+}  // namespace nivra::uitest
