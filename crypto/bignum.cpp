@@ -58,7 +58,10 @@ int CBigNumber::GrowZeroed(uint32_t n) {
 }
 
 int CBigNumber::CopyFrom(const CBigNumber& a) {
-  if (&a == this) return 0;
+  if (&a == this) {
+    Trim();
+    return 0;
+  }
   if (a.used > capacity && Reserve(a.used) != 0) return -1;
   WordsCopy(words, a.words, a.used);
   used = WordsTrim(words, a.used);

@@ -32,5 +32,6 @@ constexpr Status kErrInputNotBelowModulus = -213;
 constexpr Status kErrOaepDecoding = -251;
 constexpr Status kErrModulusTooShort = -252;
 constexpr Status kErrOaepLabel = -253;
+constexpr Status kErrBlockPadding = -254;     // PKCS#1 v1.5 block of the wrong type or layout
 
 }  // namespace nivra::crypto
