@@ -53,8 +53,9 @@ class ListGuard {
 }  // namespace
 
 uint32_t CreateVerifiedPinMutex() {
-  std::call_once(cacheMutexOnce,
-                 [] { cacheMutex = OpenOrCreateSharedMutex(kVerifiedPinMutexName, &cacheMutexError); });
+  std::call_once(cacheMutexOnce, [] {
+    cacheMutex = OpenOrCreateSharedMutex(kVerifiedPinMutexName, &cacheMutexError);
+  });
   return cacheMutex ? 0 : cacheMutexError;
 }
 

@@ -191,7 +191,9 @@ TEST_F(VerifiedPinCache, ConcurrentMarkAndForgetKeepOneEntryPerName) {
   for (auto& thread : threads) thread.join();
 
   std::set<int> indices;
-  for (int s = 0; s < kShared; ++s) indices.insert(FindPinVerified(Name("shared", s).c_str(), nullptr));
+  for (int s = 0; s < kShared; ++s) {
+    indices.insert(FindPinVerified(Name("shared", s).c_str(), nullptr));
+  }
   for (int t = 0; t < kThreads; ++t) {
     std::string prefix = "t" + std::to_string(t) + "-";
     for (int n = 0; n < kOwnNames; ++n) {

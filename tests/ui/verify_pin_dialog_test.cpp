@@ -240,7 +240,8 @@ TEST(PinDialogLayout, ControlsMatchTemplateInDialogUnits) {
   GUITHREADINFO gui{};
   gui.cbSize = sizeof(gui);
   ASSERT_TRUE(GetGUIThreadInfo(session.run->threadId(), &gui));
-  EXPECT_EQ(gui.hwndFocus, GetDlgItem(dialog, IDC_VERIFY_PIN_EDIT)) << "the PIN field starts focused";
+  EXPECT_EQ(gui.hwndFocus, GetDlgItem(dialog, IDC_VERIFY_PIN_EDIT))
+      << "the PIN field starts focused";
 }
 
 TEST(PinDialogOwner, CallersWindowOwnsTheDialogAndIsDisabledWhileItRuns) {
