@@ -1,0 +1,37 @@
+#pragma once
+// The helper's control commands: one line of words, answered with a status and a text.
+//
+//   ping                        answers "pong"
+//   reset                       drops every injected condition below and zeroes the counters
+//   add-slots <n> [blank]       adds n fake slots without a token (blank: descriptions of blanks
+//                               only); answers their identifiers
+//   force-init <rv> [noinit]    C_Initialize answers <rv> from now on; noinit: without
+//                               initialising the caller
+//   force-init off              C_Initialize answers normally again
+//   remove <slot>               takes the token out of a module slot
+//   insert <slot>               puts it back
+//   slot-events on|off          on: C_WaitForSlotEvent waits for injected events (removal,
+//                               insertion, "event"); off: the module answers it
+//   event <slot>                raises a slot event without changing the slot
+//   count <C_Name>              the number of forwarded calls of that function
+//   counts                      every non-zero count, one "C_Name=n" per line
+//   reset-counts                zeroes the counters
+//   slots                       one line per slot: identifier, "module" or "fake", and for
+//                               module slots "present", "empty" or "removed"
+//   stop                        ends the helper
+//
+// Numbers are decimal or 0x-prefixed hexadecimal. A refused command answers CKR_ARGUMENTS_BAD
+// (unknown or malformed) or CKR_SLOT_ID_INVALID (a slot that cannot take the command).
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace nivra::p11helper {
+
+// The words of a command line, split at blanks.
+std::vector<std::string> SplitControlWords(const std::string& line);
+
+// A decimal or 0x-prefixed hexadecimal number of at most 64 bits; false for anything else.
+bool ParseControlNumber(const std::string& word, uint64_t* value);
+
+}  // namespace nivra::p11helper

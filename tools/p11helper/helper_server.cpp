@@ -1,0 +1,109 @@
+#include "tools/p11helper/helper_server.h"
+
+#include "tools/p11wire/wire_ops.h"
+#include "tools/p11wire/wire_shapes.h"
+
+namespace nivra::p11helper {
+namespace {
+
+using p11wire::WireOp;
+
+// How often Run looks at the stop conditions while nobody connects.
+constexpr int kAcceptPollMs = 200;
+
+}  // namespace
+
+HelperServer::~HelperServer() {
+  Stop();
+  std::lock_guard<std::mutex> lock(connectionsMutex_);
+  for (auto& c : connections_)
+    if (c->thread.joinable()) c->thread.join();
+  connections_.clear();
+}
+
+bool HelperServer::Listen(const p11wire::WireAddress& address, std::string* error) {
+  if (listener_.Listen(address)) return true;
+  *error = "cannot listen on " + p11wire::FormatWireAddress(address);
+  return false;
+}
+
+void HelperServer::Stop() {
+  stop_ = true;
+  dispatcher_->Stop();
+  std::lock_guard<std::mutex> lock(connectionsMutex_);
+  for (auto& c : connections_) c->socket.Shutdown();
+}
+
+void HelperServer::Reap() {
+  std::lock_guard<std::mutex> lock(connectionsMutex_);
+  for (auto it = connections_.begin(); it != connections_.end();) {
+    if ((*it)->finished) {
+      (*it)->thread.join();
+      it = connections_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
+void HelperServer::Run(const std::atomic<bool>* externalStop) {
+  while (!stop_ && !dispatcher_->stopRequested() && !(externalStop && *externalStop)) {
+    p11wire::WireSocket socket;
+    auto result = listener_.Accept(kAcceptPollMs, &socket);
+    Reap();
+    if (result == p11wire::WireListener::AcceptResult::kFailed) break;
+    if (result != p11wire::WireListener::AcceptResult::kAccepted) continue;
+    auto connection = std::make_unique<Connection>();
+    connection->socket = std::move(socket);
+    Connection* raw = connection.get();
+    std::lock_guard<std::mutex> lock(connectionsMutex_);
+    connections_.push_back(std::move(connection));
+    raw->thread = std::thread([this, raw] { Serve(raw); });
+  }
+  Stop();
+  listener_.Close();
+}
+
+void HelperServer::Serve(Connection* connection) {
+  p11wire::WireSocket& socket = connection->socket;
+  bool attached = false;
+  uint64_t clientId = 0;
+  auto peerGone = [&socket] { return socket.PeerClosed(); };
+  for (;;) {
+    p11wire::WireFrameHeader header;
+    std::vector<uint8_t> body;
+    if (!socket.ReceiveFrame(&header, &body) || header.reply) break;
+    std::vector<uint8_t> reply;
+    if (header.op == static_cast<uint16_t>(WireOp::kControl)) {
+      p11wire::ControlRequest request;
+      p11wire::ControlReply answer;
+      if (p11wire::DecodeBody(body, &request))
+        answer = dispatcher_->Control(request.command);
+      else
+        answer.rv = CKR_ARGUMENTS_BAD;
+      reply = p11wire::EncodeBody(answer);
+    } else if (header.op == static_cast<uint16_t>(WireOp::kHello) && !attached) {
+      p11wire::HelloRequest request;
+      p11wire::HelloReply answer;
+      if (!p11wire::DecodeBody(body, &request) || request.version != p11wire::kWireProtocolVersion) {
+        answer.rv = CKR_GENERAL_ERROR;
+        socket.SendFrame(header.op, true, p11wire::EncodeBody(answer));
+        break;
+      }
+      clientId = request.clientId;
+      dispatcher_->Attach(clientId);
+      attached = true;
+      reply = p11wire::EncodeBody(answer);
+    } else if (attached && p11wire::IsWireCallOp(header.op)) {
+      reply = dispatcher_->HandleCall(clientId, header.op, body, peerGone);
+    } else {
+      break;  // a call before the hello, a second hello, or an unknown operation
+    }
+    if (!socket.SendFrame(header.op, true, reply)) break;
+  }
+  if (attached) dispatcher_->Detach(clientId);
+  socket.Shutdown();
+  connection->finished = true;
+}
+
+}  // namespace nivra::p11helper
