@@ -47,6 +47,7 @@ function(nivra_add_gtest name)
   else()
     list(APPEND labels native)
   endif()
+  string(REPLACE ";" "\\;" labels "${labels}")  # keep the list whole through PROPERTIES
   set(extra)
   if(T_RESOURCE_LOCK)
     set(extra RESOURCE_LOCK ${T_RESOURCE_LOCK})

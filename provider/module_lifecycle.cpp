@@ -9,6 +9,7 @@
 #include "provider/module_state.h"
 #include "provider/named_mutex.h"
 #include "service/service_monitor.h"
+#include "ui/verified_pin_cache.h"
 
 namespace nivra::provider {
 
@@ -52,6 +53,7 @@ ModuleState& Module() {
 void ModuleStartupForAcquire() {
   ModuleState& m = Module();
   MutexGuard guard(ModuleMutex());
+  ui::CreateVerifiedPinMutex();
   CardBackend* tokenSlots = FindCardBackend(BackendTokenSlot);
   m.moduleAvailable = tokenSlots != nullptr && tokenSlots->ModuleStartup();
   ++m.liveContexts;

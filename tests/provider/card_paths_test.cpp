@@ -80,17 +80,17 @@ TEST_F(CardPaths, SignHashDigestRules) {
   EXPECT_EQ(0, memcmp(record.input, kMd5Prefix, sizeof(kMd5Prefix)));
   EXPECT_EQ(record.keySpec, static_cast<DWORD>(AT_KEYEXCHANGE));
 
-  // No prefix is known for SHA-256: refused, unless the caller asks for the bare hash.
-  HCRYPTHASH sha256 = HashOf(CALG_SHA_256, "abc", &value);
+  // No prefix is known for MD4: refused, unless the caller asks for the bare hash.
+  HCRYPTHASH md4 = HashOf(CALG_MD4, "abc", &value);
   length = sizeof(signature);
-  EXPECT_FAILS_WITH(dll.SignHash(prov, sha256, AT_SIGNATURE, nullptr, 0, signature, &length), NTE_BAD_HASH);
+  EXPECT_FAILS_WITH(dll.SignHash(prov, md4, AT_SIGNATURE, nullptr, 0, signature, &length), NTE_BAD_HASH);
   length = sizeof(signature);
-  EXPECT_SUCCEEDS(dll.SignHash(prov, sha256, AT_SIGNATURE, nullptr, CRYPT_NOHASHOID, signature, &length));
+  EXPECT_SUCCEEDS(dll.SignHash(prov, md4, AT_SIGNATURE, nullptr, CRYPT_NOHASHOID, signature, &length));
   record = dll.Record();
   EXPECT_EQ(std::vector<BYTE>(record.input, record.input + record.inputLength), value);
 
   length = sizeof(signature);
-  EXPECT_FAILS_WITH(dll.SignHash(prov, sha256, 3, nullptr, 0, signature, &length), NTE_NO_KEY);
+  EXPECT_FAILS_WITH(dll.SignHash(prov, md4, 3, nullptr, 0, signature, &length), NTE_NO_KEY);
   EXPECT_EQ(length, 0u);
 }
 

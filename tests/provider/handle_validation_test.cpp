@@ -132,7 +132,8 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
   // Zero: invalid parameter.
   EXPECT_FAILS_WITH(dll.DestroyKey(prov, 0), NTE_INVALID_PARAMETER);
   EXPECT_FAILS_WITH(dll.HashData(prov, 0, data, 4, 0), NTE_INVALID_PARAMETER);
-  EXPECT_FAILS_WITH(dll.DeriveKey(prov, CALG_RC4, 0, 0, &key), NTE_INVALID_PARAMETER);
+  HCRYPTKEY scratch = 0;
+  EXPECT_FAILS_WITH(dll.DeriveKey(prov, CALG_RC4, 0, 0, &scratch), NTE_INVALID_PARAMETER);
   // Consecutive contexts draw different biases: the other context's objects are unknown here.
   EXPECT_FAILS_WITH(dll.DestroyKey(other, key), NTE_INVALID_HANDLE);
   EXPECT_FAILS_WITH(dll.GetKeyParam(other, key, KP_ALGID, data, &length, 0), NTE_INVALID_HANDLE);
@@ -143,13 +144,14 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
     EXPECT_FAILS_WITH(dll.DestroyKey(prov, garbage), NTE_INVALID_HANDLE);
     EXPECT_FAILS_WITH(dll.HashSessionKey(prov, hash, garbage, 0), NTE_INVALID_HANDLE);
     EXPECT_FAILS_WITH(dll.DestroyHash(prov, garbage), NTE_INVALID_HANDLE);
-    EXPECT_FAILS_WITH(dll.CreateHash(prov, CALG_SHA1, garbage, 0, &hash), NTE_INVALID_HANDLE);
+    HCRYPTHASH unused = 0;
+    EXPECT_FAILS_WITH(dll.CreateHash(prov, CALG_SHA1, garbage, 0, &unused), NTE_INVALID_HANDLE);
   }
   // Optional handles: a non-zero bad one is still an error.
   length = 8;
   EXPECT_FAILS_WITH(dll.Encrypt(prov, key, 0x12345678, TRUE, 0, data, &length, sizeof(data)),
                     NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.ImportKey(prov, data, 8, 0x12345678, 0, &key), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.ImportKey(prov, data, 8, 0x12345678, 0, &scratch), NTE_INVALID_HANDLE);
   // Hash handle checked before the key handle.
   EXPECT_FAILS_WITH(dll.VerifySignature(prov, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
   EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);

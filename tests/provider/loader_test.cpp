@@ -1,5 +1,6 @@
 // The provider as applications meet it: registered with regsvr32 and loaded by Wine's CryptoAPI
 // loader (advapi32), which loads the DLL for each context and frees it at each release.
+#include <windows.h>
 #include <tlhelp32.h>
 
 #include <string>
@@ -21,8 +22,9 @@ std::wstring ModuleDirectory() {
 }
 
 // Runs a program of the build directory (or of Wine's system) and returns its exit code.
-DWORD Run(const std::wstring& commandLine, DWORD timeoutMs = 60000) {
-  STARTUPINFOW si{sizeof(si)};
+DWORD RunProgram(const std::wstring& commandLine, DWORD timeoutMs = 60000) {
+  STARTUPINFOW si{};
+  si.cb = sizeof(si);
   PROCESS_INFORMATION pi{};
   std::wstring cmd = commandLine;
   if (!CreateProcessW(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr,
@@ -82,7 +84,8 @@ DWORD AcquireThroughLoader(const wchar_t* container, const wchar_t* provider, DW
 
 size_t ThreadsOfThisProcess() {
   HANDLE snap = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-  THREADENTRY32 entry{sizeof(entry)};
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof(entry);
   size_t count = 0;
   for (BOOL ok = Thread32First(snap, &entry); ok; ok = Thread32Next(snap, &entry)) {
     if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
@@ -95,7 +98,7 @@ class Loader : public ::testing::Test {
  protected:
   void SetUp() override {
     const std::wstring dll = ModuleDirectory() + kProductDll;
-    ASSERT_EQ(Run(L"regsvr32.exe /s \"" + dll + L"\""), 0u) << "regsvr32 must register the provider";
+    ASSERT_EQ(RunProgram(L"regsvr32.exe /s \"" + dll + L"\""), 0u) << "regsvr32 must register the provider";
   }
 };
 
@@ -106,7 +109,7 @@ TEST_F(Loader, Regsvr32WritesTheProviderKeyAndRemovesIt) {
   EXPECT_EQ(path, ModuleDirectory() + kProductDll);
   EXPECT_EQ(type, 1u);
   EXPECT_EQ(sig, 0u);
-  ASSERT_EQ(Run(L"regsvr32.exe /s /u \"" + ModuleDirectory() + kProductDll + L"\""), 0u);
+  ASSERT_EQ(RunProgram(L"regsvr32.exe /s /u \"" + ModuleDirectory() + kProductDll + L"\""), 0u);
   EXPECT_FALSE(ReadRegistration(kProviderName, &path, &type, &sig));
   EXPECT_NE(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), 0u);
 }
@@ -171,7 +174,7 @@ TEST_F(Loader, FullContextLifecycleThroughTheLoaderRepeatedly) {
 TEST(ProcessExit, ExitingWhileTheWatcherRunsNeitherCrashesNorHangs) {
   for (const wchar_t* variant : {L"product", L"fake"}) {
     const DWORD started = GetTickCount();
-    EXPECT_EQ(Run(std::wstring(L"provider_exit_child.exe ") + variant, 20000), 0u) << variant;
+    EXPECT_EQ(RunProgram(std::wstring(L"provider_exit_child.exe ") + variant, 20000), 0u) << variant;
     EXPECT_LT(GetTickCount() - started, 15000u) << variant;
   }
 }
