@@ -17,9 +17,16 @@ namespace nivra::testing {
 // The EVP cipher for a DES key of keyLen bytes (8, 16 or 24). Single DES lives in OpenSSL's
 // legacy provider, which is loaded (with the default provider) on first use.
 inline const EVP_CIPHER* EvpDes(size_t keyLen, bool cbc) {
-  static const bool loaded = OSSL_PROVIDER_load(nullptr, "legacy") != nullptr &&
-                             OSSL_PROVIDER_load(nullptr, "default") != nullptr;
-  EXPECT_TRUE(loaded);
+  struct Providers {
+    OSSL_PROVIDER* legacy = OSSL_PROVIDER_load(nullptr, "legacy");
+    OSSL_PROVIDER* standard = OSSL_PROVIDER_load(nullptr, "default");
+    ~Providers() {
+      if (legacy != nullptr) OSSL_PROVIDER_unload(legacy);
+      if (standard != nullptr) OSSL_PROVIDER_unload(standard);
+    }
+  };
+  static const Providers providers;
+  EXPECT_TRUE(providers.legacy != nullptr && providers.standard != nullptr);
   switch (keyLen) {
     case 8:
       return cbc ? EVP_des_cbc() : EVP_des_ecb();
