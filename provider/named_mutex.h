@@ -1,25 +1,18 @@
-// Named mutexes shared by every process and user: opened when they exist, otherwise created with
-// a NULL DACL so that any account may open them.
+// Named mutexes shared by every process and user (opened when they exist, otherwise created with
+// a NULL DACL). One implementation serves the whole module; the provider names it in its terms.
 #pragma once
 #include <windows.h>
 
+#include "ui/named_mutex.h"
+
 namespace nivra::provider {
 
-// Opens (MUTEX_ALL_ACCESS, inheritable) or creates the mutex; null when both fail, with the
-// failure's last error left set.
-HANDLE OpenOrCreateSharedMutex(const wchar_t* name);
+// Opens or creates the mutex; null when both fail, with the failure's last error left set.
+inline HANDLE OpenOrCreateSharedMutex(const wchar_t* name) {
+  return ui::OpenOrCreateSharedMutex(name, nullptr);
+}
 
-// Holds a mutex for a scope; a null handle means "run without it". An abandoned mutex counts
-// as taken.
-class MutexGuard {
- public:
-  explicit MutexGuard(HANDLE mutex);
-  ~MutexGuard();
-  MutexGuard(const MutexGuard&) = delete;
-  MutexGuard& operator=(const MutexGuard&) = delete;
-
- private:
-  HANDLE held_ = nullptr;
-};
+// Holds a mutex for a scope; a null handle means "run without it"; abandoned counts as taken.
+using MutexGuard = ui::SharedMutexLock;
 
 }  // namespace nivra::provider
