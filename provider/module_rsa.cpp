@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "crypto/bignum.h"
+#include "crypto/pkcs1.h"
 #include "provider/card_backend.h"
 
 namespace nivra::provider {
@@ -47,9 +48,26 @@ Status UnwrapSignature(const KeyObject& key, const uint8_t* in, uint32_t inLen, 
   return kOk;
 }
 
+// Pads with block type 2 or OAEP, encrypts, and writes the result little-endian.
 Status EncryptWithModuleKey(const KeyObject& key, uint32_t mode, const uint8_t* in,
-                           uint32_t inLen, uint8_t* out, uint32_t* outLen) {
-  return kNteFail;  // PENDING-PADDING
+                            uint32_t inLen, uint8_t* out, uint32_t* outLen) {
+  const uint32_t k = key.modulusBytes;
+  if (out == nullptr) {
+    *outLen = k;
+    return kOk;
+  }
+  if (*outLen < k) return kNteBadLen;
+  std::vector<uint8_t> block(k);
+  const crypto::Status padded = mode == CardModeOaep
+                                    ? crypto::OaepEncode(block.data(), k, in, inLen)
+                                    : crypto::Pkcs1PadType2(block.data(), k, in, inLen);
+  if (padded == crypto::kErrMessageTooLong) return kNteBadLen;
+  if (padded != crypto::kOk || !RaiseToPublicExponent(key, block.data(), block.data())) {
+    return kNteFail;
+  }
+  std::reverse_copy(block.begin(), block.end(), out);
+  *outLen = k;
+  return kOk;
 }
 
 }  // namespace
