@@ -102,7 +102,8 @@ TEST(AbiQuery, SizeQueryReportsWireWidth) {
   EXPECT_EQ(native.data()[0].pValue, nullptr);
   ModuleAnswers(native.data()[0], NativeBytes(CKO_PUBLIC_KEY));
   ModuleAnswers(native.data()[1], Bytes(256, 0xAB));
-  WireTemplate answers = native.Answers(query);
+  uint32_t rv = CKR_OK;
+  WireTemplate answers = native.Answers(query, &rv);
   ASSERT_EQ(answers.size(), 2u);
   EXPECT_EQ(answers[0].length, 4u);  // 8 native bytes are 4 for the caller
   EXPECT_TRUE(answers[0].value.empty());
@@ -117,7 +118,8 @@ TEST(AbiQuery, UlongValueNarrowsIntoFourByteBuffer) {
   EXPECT_EQ(native.data()[1].ulValueLen, 12u);
   ModuleAnswers(native.data()[0], NativeBytes(CKK_RSA));
   ModuleAnswers(native.data()[1], NativeBytes(1024));
-  WireTemplate answers = native.Answers(query);
+  uint32_t rv = CKR_OK;
+  WireTemplate answers = native.Answers(query, &rv);
   EXPECT_EQ(answers[0].length, 4u);
   EXPECT_EQ(answers[0].value, (Bytes{0, 0, 0, 0}));
   EXPECT_EQ(answers[1].length, 4u);
@@ -128,7 +130,8 @@ TEST(AbiQuery, UlongBufferOfThreeBytesIsTooSmall) {
   WireTemplate query = {Query(CKA_CLASS, true, 3)};
   NativeTemplate native = NativeTemplate::ForQuery(query);
   ModuleAnswers(native.data()[0], NativeBytes(CKO_PRIVATE_KEY));
-  WireTemplate answers = native.Answers(query);
+  uint32_t rv = CKR_OK;
+  WireTemplate answers = native.Answers(query, &rv);
   EXPECT_EQ(answers[0].length, p11wire::kWireUnavailable);
   EXPECT_TRUE(answers[0].value.empty());
 }
@@ -139,11 +142,26 @@ TEST(AbiQuery, ByteValuesFitExactlyOrNotAtAll) {
   ModuleAnswers(native.data()[0], {'h', 'e', 'l', 'l', 'o'});
   ModuleAnswers(native.data()[1], {'h', 'e', 'l', 'l', 'o'});
   ModuleAnswers(native.data()[2], {});
-  WireTemplate answers = native.Answers(query);
+  uint32_t rv = CKR_OK;
+  WireTemplate answers = native.Answers(query, &rv);
   EXPECT_EQ(answers[0].value, (Bytes{'h', 'e', 'l', 'l', 'o'}));
   EXPECT_EQ(answers[1].length, p11wire::kWireUnavailable);
   EXPECT_EQ(answers[2].length, 0u);
   EXPECT_TRUE(answers[2].value.empty());
+}
+
+TEST(AbiQuery, AttributeTemplatesNeverCrossTheLink) {
+  // CKA_WRAP_TEMPLATE holds native CK_ATTRIBUTEs with native pointers.
+  WireTemplate query = {Query(CKA_WRAP_TEMPLATE, true, 64), Query(CKA_ALLOWED_MECHANISMS, true, 4)};
+  NativeTemplate native = NativeTemplate::ForQuery(query);
+  ModuleAnswers(native.data()[0], Bytes(48, 0x5A));
+  ModuleAnswers(native.data()[1], NativeBytes(CKM_RSA_X_509));
+  uint32_t rv = CKR_OK;
+  WireTemplate answers = native.Answers(query, &rv);
+  EXPECT_EQ(answers[0].length, p11wire::kWireUnavailable);
+  EXPECT_TRUE(answers[0].value.empty());
+  EXPECT_EQ(answers[1].value, (Bytes{0x03, 0, 0, 0}));
+  EXPECT_EQ(rv, CKR_ATTRIBUTE_TYPE_INVALID);
 }
 
 TEST(AbiQuery, HugeCapacityIsBoundedNatively) {

@@ -38,6 +38,7 @@ class HelperInjected : public ClientTest {
 
 TEST_F(HelperInjected, RemovedTokenDisappearsAndItsSessionsAreGone) {
   uint32_t session = client_.OpenSession(slot_);
+  ASSERT_EQ(client_.Login(session, kUserPin), CKR_OK);
   harness().Control("remove " + Hex(slot_));
 
   auto info = client_.Call<WireOp::kGetSlotInfo>({slot32()});
@@ -61,7 +62,9 @@ TEST_F(HelperInjected, RemovedTokenDisappearsAndItsSessionsAreGone) {
             CKF_TOKEN_PRESENT);
   EXPECT_EQ(client_.Call<WireOp::kGetTokenInfo>({slot32()}).rv, CKR_OK);
   EXPECT_EQ(client_.Call<WireOp::kGetSessionInfo>({session}).rv, CKR_SESSION_HANDLE_INVALID);
-  EXPECT_NE(client_.OpenSession(slot_), 0u);
+  // A token that comes back is logged out, as after a real removal.
+  uint32_t fresh = client_.OpenSession(slot_);
+  EXPECT_EQ(client_.Call<WireOp::kGetSessionInfo>({fresh}).info.state, CKS_RW_PUBLIC_SESSION);
 }
 
 TEST_F(HelperInjected, ClosingARemovedSessionSucceedsOnce) {

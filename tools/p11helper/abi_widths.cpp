@@ -75,6 +75,10 @@ bool IsUlongAttribute(CK_ATTRIBUTE_TYPE type) {
   }
 }
 
+bool CarriesNativePointers(CK_ATTRIBUTE_TYPE type) {
+  return (type & CKF_ARRAY_ATTRIBUTE) != 0 && type != CKA_ALLOWED_MECHANISMS;
+}
+
 uint32_t NarrowUlong(CK_ULONG value) {
   return FitsWire(value) ? static_cast<uint32_t>(value) : p11wire::kWireUnavailable;
 }
@@ -127,7 +131,7 @@ NativeTemplate NativeTemplate::ForQuery(const WireTemplate& query) {
   return t;
 }
 
-WireTemplate NativeTemplate::Answers(const WireTemplate& query) const {
+WireTemplate NativeTemplate::Answers(const WireTemplate& query, uint32_t* rv) const {
   WireTemplate answers;
   answers.reserve(query.size());
   for (size_t i = 0; i < query.size() && i < attributes_.size(); ++i) {
@@ -139,7 +143,10 @@ WireTemplate NativeTemplate::Answers(const WireTemplate& query) const {
     bool ulongArray = IsUlongAttribute(asked.type) &&
                       native.ulValueLen != CK_UNAVAILABLE_INFORMATION &&
                       native.ulValueLen % kNativeUlong == 0;
-    if (native.ulValueLen == CK_UNAVAILABLE_INFORMATION) {
+    if (CarriesNativePointers(asked.type)) {
+      answer.length = p11wire::kWireUnavailable;
+      if (*rv == CKR_OK) *rv = CKR_ATTRIBUTE_TYPE_INVALID;
+    } else if (native.ulValueLen == CK_UNAVAILABLE_INFORMATION) {
       answer.length = p11wire::kWireUnavailable;
     } else if (ulongArray) {
       answer.length = NarrowUlong(native.ulValueLen / kNativeUlong * kWireUlong);

@@ -14,6 +14,10 @@ namespace nivra::p11helper {
 // or an array of them (CKA_ALLOWED_MECHANISMS).
 bool IsUlongAttribute(CK_ATTRIBUTE_TYPE type);
 
+// True for attributes whose value holds native pointers (the attribute-array templates such as
+// CKA_WRAP_TEMPLATE): they cannot cross the link and are answered as unavailable.
+bool CarriesNativePointers(CK_ATTRIBUTE_TYPE type);
+
 // Native to wire: CK_UNAVAILABLE_INFORMATION and anything else beyond 32 bits become 0xFFFFFFFF
 // (the Windows CK_UNAVAILABLE_INFORMATION).
 uint32_t NarrowUlong(CK_ULONG value);
@@ -39,8 +43,9 @@ class NativeTemplate {
 
   // The answers to `query` after the module filled this template: lengths narrowed (a CK_ULONG
   // array of 8n bytes reports 4n), values copied (CK_ULONG elements narrowed) where the caller
-  // gave a buffer and the value fits its capacity.
-  p11wire::WireTemplate Answers(const p11wire::WireTemplate& query) const;
+  // gave a buffer and the value fits its capacity. Attributes that carry native pointers are
+  // unavailable; `*rv` then becomes CKR_ATTRIBUTE_TYPE_INVALID if it was CKR_OK.
+  p11wire::WireTemplate Answers(const p11wire::WireTemplate& query, uint32_t* rv) const;
 
   CK_ATTRIBUTE* data() { return attributes_.empty() ? nullptr : attributes_.data(); }
   CK_ULONG size() const { return attributes_.size(); }

@@ -51,7 +51,7 @@ AttributesReply Dispatcher::GetAttributeValue(ClientState& client, const Templat
   reply.rv = static_cast<uint32_t>(
       module_->C_GetAttributeValue(request.session, request.object, native.data(), native.size()));
   if (!AnswersAttributes(reply.rv)) return reply;
-  reply.attributes = native.Answers(request.attributes);
+  reply.attributes = native.Answers(request.attributes, &reply.rv);
   if (QueryTouchesClass(request.attributes)) {
     uint32_t vendorClass = StoredVendorClass(module_, request.session, request.object);
     if (vendorClass != 0) PresentVendorAnswers(vendorClass, &reply.attributes, &reply.rv);
