@@ -28,7 +28,7 @@ void ModuleAnswers(CK_ATTRIBUTE& a, const Bytes& value) {
   if (!a.pValue) {
     a.ulValueLen = value.size();
   } else if (a.ulValueLen >= value.size()) {
-    std::memcpy(a.pValue, value.data(), value.size());
+    if (!value.empty()) std::memcpy(a.pValue, value.data(), value.size());
     a.ulValueLen = value.size();
   } else {
     a.ulValueLen = CK_UNAVAILABLE_INFORMATION;
