@@ -26,5 +26,9 @@ cleanup() {
   [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null || true
 }
 trap cleanup EXIT
+# One wineserver for the whole run: between two short test programs an idle wineserver may be
+# exiting just as the next program connects ("recvmsg: Connection reset by peer").
+"$top/scripts/wine-prefix.sh" "$WINEPREFIX"
+wineserver -p
 ctest --test-dir "$build/win64" -j "$jobs" --output-on-failure || status=1
 exit $status

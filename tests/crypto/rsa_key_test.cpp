@@ -286,6 +286,8 @@ TEST(RsaHandles, OperationsThroughTheHandleReachTheKey) {
   EXPECT_EQ(RsaFreeKey(copy), kOk);
 }
 
+// A freed handle is not checked again here: another thread may already hold a new key at the
+// same address, which makes the old number valid again (the single-threaded tests cover it).
 TEST(RsaHandles, ConcurrentCreationUseAndDestruction) {
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
@@ -298,8 +300,7 @@ TEST(RsaHandles, ConcurrentCreationUseAndDestruction) {
         if (RsaLoadKey(&handle, nullptr, kRsaFormPrivate, kTinyPrivateDer.data(),
                        kTinyPrivateDer.size()) != kOk ||
             RsaHandlePrivate(handle, cipher.data(), 2, out.data(), nullptr) != kOk ||
-            out != Bytes{0x00, 0x41} || RsaFreeKey(handle) != kOk ||
-            RsaFreeKey(handle) != kErrInvalidHandle) {
+            out != Bytes{0x00, 0x41} || RsaFreeKey(handle) != kOk) {
           ++failures;
         }
       }
