@@ -27,7 +27,7 @@ echo "Date: $(date -u '+%Y-%m-%d %H:%M UTC')"
 echo
 echo "## Native build against OpenSSL"
 echo
-"$build/native/tests/bench/crypto_bench" "$generations"
+"$build/native/tools/bench/crypto_bench" "$generations"
 echo
 echo "## Windows build under Wine against the Windows software provider"
 echo
