@@ -1,18 +1,61 @@
 #!/usr/bin/env bash
-# The main job: build, register nivracsp.dll with the CryptoAPI loader in the build's own Wine
-# prefix (regsvr32), and run the command-line client against it through CryptoAPI.
-# Extra arguments go to the client, e.g.  scripts/demo.sh --verify  or  scripts/demo.sh '\\.\slot\c1'
+# The main job: a real CryptoAPI application using the provider on a real token.
+#   1. build everything and register nivracsp.dll with the CryptoAPI loader (regsvr32) in the
+#      build's own Wine prefix;
+#   2. give it a card: a fresh SoftHSM2 token (in build/demo, never the machine's token store),
+#      reached through the PKCS#11 forwarding module, named in HKLM\SOFTWARE\NivraCSP "LibPkcs11";
+#   3. run nivracli through CryptoAPI: create a container on the token, generate a key pair on
+#      it, sign a message, check the signature with Wine's own software provider, list the
+#      containers, delete the container.
+# Any arguments are passed to one nivracli run instead of the scripted steps.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/build.sh"
-build=${NIVRA_BUILD_DIR:-$top/build}/win64
-run="$build/wine-run.sh"
-echo "== registering $build/nivracsp.dll"
-"$run" regsvr32 /s "$(winepath -w "$build/nivracsp.dll" 2>/dev/null)"
-WINEPREFIX="$build/wineprefix" WINEDEBUG=-all wine reg query \
-  'HKLM\SOFTWARE\Microsoft\Cryptography\Defaults\Provider\Nivra pkcs11 CSP' 2>/dev/null | tr -d '\r' | sed '/^$/d'
-echo "== nivracli $*"
-status=0
-"$run" "$build/nivracli.exe" "$@" | tr -d '\r' || status=$?
-WINEPREFIX="$build/wineprefix" wineserver -k >/dev/null 2>&1 || true
-exit $status
+build=${NIVRA_BUILD_DIR:-$top/build}
+win="$build/win64"
+run="$win/wine-run.sh"
+export WINEPREFIX="$win/wineprefix" WINEDEBUG=-all
+demo="$build/demo"
+helper_pid=
+. "$top/scripts/display.sh"
+cleanup() {
+  [ -n "$helper_pid" ] && kill "$helper_pid" 2>/dev/null || true
+  wineserver -k >/dev/null 2>&1 || true
+  stop_private_display
+}
+trap cleanup EXIT
+wineserver -k >/dev/null 2>&1 || true  # a Wine session left on another display cannot show dialogs
+start_private_display
+
+echo "== registering the provider: regsvr32 $(winepath -w "$win/nivracsp.dll" 2>/dev/null)"
+"$run" regsvr32 /s "$(winepath -w "$win/nivracsp.dll" 2>/dev/null)"
+wine reg query 'HKLM\SOFTWARE\Microsoft\Cryptography\Defaults\Provider\Nivra pkcs11 CSP' | tr -d '\r' | sed '/^$/d'
+
+echo "== a SoftHSM2 token for the card (label nivra-demo, user PIN 1234)"
+rm -rf "$demo" && mkdir -p "$demo/tokens"
+printf 'directories.tokendir = %s/tokens\nobjectstore.backend = file\nlog.level = ERROR\n' "$demo" > "$demo/softhsm2.conf"
+export SOFTHSM2_CONF="$demo/softhsm2.conf"
+softhsm2-util --init-token --free --label nivra-demo --pin 1234 --so-pin 5678 | sed 's/^/   /'
+"$build/native/tools/p11helper/nivra-p11-helper" --listen 127.0.0.1:0 --port-file "$demo/port" >"$demo/helper.log" 2>&1 &
+helper_pid=$!
+for _ in $(seq 100); do [ -s "$demo/port" ] && break; sleep 0.1; done
+export NIVRA_P11_HELPER="127.0.0.1:$(cat "$demo/port")"
+wine reg add 'HKLM\SOFTWARE\NivraCSP' /v LibPkcs11 /d "$(winepath -w "$win/nivrap11fwd.dll")" /f >/dev/null
+echo "   LibPkcs11 = $(winepath -w "$win/nivrap11fwd.dll"), helper at $NIVRA_P11_HELPER"
+
+cli() {
+  echo "== nivracli $*"
+  "$run" "$win/nivracli.exe" "$@" | tr -d '\r'
+}
+
+if [ $# -gt 0 ]; then
+  cli "$@"
+  exit
+fi
+# The slot name is the token's slot description as the module reports it.
+slot=$(pkcs11-tool --module /usr/lib/softhsm/libsofthsm2.so -L 2>/dev/null | sed -n 's/^Slot [0-9]* (0x[0-9a-f]*): *//p' | head -1 | sed 's/ *$//')
+container="\\\\.\\$slot\\demo"
+cli --pin 1234 --new "$container"
+cli --pin 1234 --genkey --sign "Hello from a CryptoAPI application" "$container"
+cli --verify
+cli --pin 1234 --delete "$container"

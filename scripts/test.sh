@@ -10,25 +10,17 @@ status=0
 ctest --test-dir "$build/native" -j "$jobs" --output-on-failure || status=1
 
 export WINEPREFIX="$build/win64/wineprefix"
-xvfb_pid=
-if [ -z "${DISPLAY:-}" ]; then
-  for n in $(seq 90 120); do
-    [ -e "/tmp/.X11-unix/X$n" ] || [ -e "/tmp/.X$n-lock" ] && continue
-    Xvfb ":$n" -screen 0 1024x768x24 -nolisten tcp >/dev/null 2>&1 &
-    xvfb_pid=$!
-    export DISPLAY=":$n"
-    break
-  done
-  for _ in $(seq 50); do [ -e "/tmp/.X11-unix/X${DISPLAY#:}" ] && break; sleep 0.1; done
-fi
+. "$top/scripts/display.sh"
+start_private_display
 cleanup() {
   wineserver -k >/dev/null 2>&1 || true
-  [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null || true
+  stop_private_display
 }
 trap cleanup EXIT
 # One wineserver for the whole run: between two short test programs an idle wineserver may be
 # exiting just as the next program connects ("recvmsg: Connection reset by peer").
 "$top/scripts/wine-prefix.sh" "$WINEPREFIX"
+wineserver -k >/dev/null 2>&1 || true  # a session left on another display cannot show windows
 wineserver -p
 ctest --test-dir "$build/win64" -j "$jobs" --output-on-failure || status=1
 exit $status

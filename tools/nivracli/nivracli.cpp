@@ -1,11 +1,15 @@
 // nivracli: drives the Nivra pkcs11 CSP only through public CryptoAPI, the way an application
 // does, and says in words what it got.
 //
-//   nivracli [--provider NAME] [--verify] [--silent] [--new] [--delete] [CONTAINER]
+//   nivracli [--provider NAME] [--verify] [--silent] [--new] [--delete]
+//            [--pin PIN] [--genkey] [--sign TEXT] [CONTAINER]
 //
 // Acquires a context on CONTAINER (for example "\\.\<slot name>\<container>"), prints the
-// provider's name, type, version and container, lists the containers on the card, and releases
-// the context. Exit status 0 when the context was acquired.
+// provider's name, type, version and container and lists the containers on the card. With
+// --pin, the provider's PIN dialog is answered with PIN when it appears; --genkey makes a new signature key
+// pair on the card; --sign hashes TEXT with SHA-1, signs it with the container's signature key,
+// and checks the signature independently with the Windows software provider. Exit status 0
+// when everything asked for worked.
 #include <windows.h>
 #include <wincrypt.h>
 
@@ -20,8 +24,18 @@ namespace {
 
 const char kDefaultProvider[] = "Nivra pkcs11 CSP";
 
-void PrintFailure(const char* what) {
+struct Options {
+  std::string provider = kDefaultProvider;
+  DWORD flags = 0;
+  const char* container = nullptr;
+  const char* pin = nullptr;
+  const char* signText = nullptr;
+  bool genKey = false;
+};
+
+bool Fail(const char* what) {
   std::printf("%s failed: %s\n", what, DescribeStatus(GetLastError()).c_str());
+  return false;
 }
 
 void PrintStringParam(HCRYPTPROV prov, DWORD param, const char* label) {
@@ -62,39 +76,149 @@ void ListContainers(HCRYPTPROV prov) {
   std::printf("  %d container(s) listed\n", count);
 }
 
+void PrintHex(const char* label, const BYTE* data, DWORD length) {
+  std::printf("  %-10s", label);
+  for (DWORD i = 0; i < length && i < 24; ++i) std::printf("%02x", data[i]);
+  std::printf("%s (%lu bytes)\n", length > 24 ? "..." : "", length);
+}
+
+// With --pin, a PIN dialog that the provider opens (for instance when a new container needs a
+// login) is answered the way a user would: the PIN typed into the dialog's field, OK pressed.
+// The dialog is recognised by its PIN field (control 5000) and label (control 5002).
+constexpr int kPinField = 5000;
+constexpr int kPinLabel = 5002;
+
+struct PinAnswer {
+  const char* pin;
+  HANDLE stop;
+};
+
+BOOL CALLBACK AnswerIfPinDialog(HWND window, LPARAM param) {
+  DWORD pid = 0;
+  GetWindowThreadProcessId(window, &pid);
+  if (pid != GetCurrentProcessId() || !IsWindowVisible(window)) return TRUE;
+  if (GetDlgItem(window, kPinField) == nullptr || GetDlgItem(window, kPinLabel) == nullptr) return TRUE;
+  SetDlgItemTextA(window, kPinField, reinterpret_cast<const char*>(param));
+  PostMessageW(window, WM_COMMAND, IDOK, 0);
+  std::printf("PIN dialog answered\n");
+  return FALSE;
+}
+
+DWORD WINAPI PinAnswerThread(LPVOID param) {
+  auto* answer = static_cast<PinAnswer*>(param);
+  while (WaitForSingleObject(answer->stop, 100) == WAIT_TIMEOUT) {
+    EnumWindows(AnswerIfPinDialog, reinterpret_cast<LPARAM>(answer->pin));
+  }
+  return 0;
+}
+
+bool GenerateSignatureKey(HCRYPTPROV prov) {
+  HCRYPTKEY key = 0;
+  if (!CryptGenKey(prov, AT_SIGNATURE, 2048u << 16, &key)) return Fail("CryptGenKey(AT_SIGNATURE, 2048 bits)");
+  std::printf("signature key pair generated on the card (2048 bits)\n");
+  CryptDestroyKey(key);
+  return true;
+}
+
+// Signs `text` on the card and verifies the signature with the software provider holding only
+// the exported public key: an independent check of the whole path.
+bool SignAndCheck(HCRYPTPROV prov, const char* text) {
+  HCRYPTHASH hash = 0;
+  if (!CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash)) return Fail("CryptCreateHash");
+  CryptHashData(hash, reinterpret_cast<const BYTE*>(text), static_cast<DWORD>(std::strlen(text)), 0);
+  DWORD sigLength = 0;
+  if (!CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, nullptr, &sigLength)) return Fail("CryptSignHash (size)");
+  std::vector<BYTE> signature(sigLength);
+  if (!CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature.data(), &sigLength)) return Fail("CryptSignHash");
+  std::printf("signed \"%s\" with the card's signature key\n", text);
+  PrintHex("signature", signature.data(), sigLength);
+
+  HCRYPTKEY pair = 0;
+  if (!CryptGetUserKey(prov, AT_SIGNATURE, &pair)) return Fail("CryptGetUserKey");
+  DWORD blobLength = 0;
+  CryptExportKey(pair, 0, PUBLICKEYBLOB, 0, nullptr, &blobLength);
+  std::vector<BYTE> blob(blobLength);
+  if (!CryptExportKey(pair, 0, PUBLICKEYBLOB, 0, blob.data(), &blobLength)) return Fail("CryptExportKey(PUBLICKEYBLOB)");
+
+  HCRYPTPROV soft = 0;
+  if (!CryptAcquireContextW(&soft, nullptr, MS_STRONG_PROV_W, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)) {
+    return Fail("CryptAcquireContext(Microsoft Strong Cryptographic Provider)");
+  }
+  HCRYPTKEY publicKey = 0;
+  HCRYPTHASH softHash = 0;
+  bool ok = CryptImportKey(soft, blob.data(), blobLength, 0, 0, &publicKey) &&
+            CryptCreateHash(soft, CALG_SHA1, 0, 0, &softHash) &&
+            CryptHashData(softHash, reinterpret_cast<const BYTE*>(text), static_cast<DWORD>(std::strlen(text)), 0);
+  if (ok && CryptVerifySignatureW(softHash, signature.data(), sigLength, publicKey, nullptr, 0)) {
+    std::printf("signature verified by the Microsoft Strong Cryptographic Provider\n");
+  } else {
+    ok = Fail("independent verification");
+  }
+  CryptDestroyHash(softHash);
+  CryptDestroyKey(publicKey);
+  CryptReleaseContext(soft, 0);
+  CryptDestroyKey(pair);
+  CryptDestroyHash(hash);
+  return ok;
+}
+
+bool ParseArguments(int argc, char** argv, Options* o) {
+  for (int i = 1; i < argc; ++i) {
+    const char* a = argv[i];
+    if (!std::strcmp(a, "--provider") && i + 1 < argc) {
+      o->provider = argv[++i];
+    } else if (!std::strcmp(a, "--pin") && i + 1 < argc) {
+      o->pin = argv[++i];
+    } else if (!std::strcmp(a, "--sign") && i + 1 < argc) {
+      o->signText = argv[++i];
+    } else if (!std::strcmp(a, "--genkey")) {
+      o->genKey = true;
+    } else if (!std::strcmp(a, "--verify")) {
+      o->flags |= CRYPT_VERIFYCONTEXT;
+    } else if (!std::strcmp(a, "--silent")) {
+      o->flags |= CRYPT_SILENT;
+    } else if (!std::strcmp(a, "--new")) {
+      o->flags |= CRYPT_NEWKEYSET;
+    } else if (!std::strcmp(a, "--delete")) {
+      o->flags |= CRYPT_DELETEKEYSET;
+    } else if (a[0] == '-' && a[1] == '-') {
+      return false;
+    } else {
+      o->container = a;
+    }
+  }
+  return true;
+}
+
+int Work(HCRYPTPROV prov, const Options& o);
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string provider = kDefaultProvider;
-  DWORD flags = 0;
-  const char* container = nullptr;
-  for (int i = 1; i < argc; ++i) {
-    if (!std::strcmp(argv[i], "--provider") && i + 1 < argc) {
-      provider = argv[++i];
-    } else if (!std::strcmp(argv[i], "--verify")) {
-      flags |= CRYPT_VERIFYCONTEXT;
-    } else if (!std::strcmp(argv[i], "--silent")) {
-      flags |= CRYPT_SILENT;
-    } else if (!std::strcmp(argv[i], "--new")) {
-      flags |= CRYPT_NEWKEYSET;
-    } else if (!std::strcmp(argv[i], "--delete")) {
-      flags |= CRYPT_DELETEKEYSET;
-    } else if (argv[i][0] == '-' && argv[i][1] == '-') {
-      std::fprintf(stderr, "usage: nivracli [--provider NAME] [--verify] [--silent] [--new] [--delete] [CONTAINER]\n");
-      return 2;
-    } else {
-      container = argv[i];
-    }
+  Options o;
+  if (!ParseArguments(argc, argv, &o)) {
+    std::fprintf(stderr,
+                 "usage: nivracli [--provider NAME] [--verify] [--silent] [--new] [--delete]\n"
+                 "                [--pin PIN] [--genkey] [--sign TEXT] [CONTAINER]\n");
+    return 2;
   }
-
   std::printf("CryptAcquireContext(\"%s\", provider \"%s\", flags 0x%08lX)\n",
-              container != nullptr ? container : "(default)", provider.c_str(), flags);
+              o.container != nullptr ? o.container : "(default)", o.provider.c_str(), o.flags);
+  PinAnswer answer{o.pin, CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+  HANDLE answering = o.pin != nullptr ? CreateThread(nullptr, 0, PinAnswerThread, &answer, 0, nullptr) : nullptr;
   HCRYPTPROV prov = 0;
-  if (!CryptAcquireContextA(&prov, container, provider.c_str(), PROV_RSA_FULL, flags)) {
-    PrintFailure("CryptAcquireContext");
-    return 1;
-  }
-  if (flags & CRYPT_DELETEKEYSET) {
+  const bool acquired = CryptAcquireContextA(&prov, o.container, o.provider.c_str(), PROV_RSA_FULL, o.flags);
+  if (!acquired) Fail("CryptAcquireContext");
+  const int status = acquired ? Work(prov, o) : 1;
+  SetEvent(answer.stop);
+  if (answering != nullptr) WaitForSingleObject(answering, INFINITE);
+  return status;
+}
+
+namespace {
+
+int Work(HCRYPTPROV prov, const Options& o) {
+  if (o.flags & CRYPT_DELETEKEYSET) {
     std::printf("container deleted\n");
     return 0;
   }
@@ -105,10 +229,13 @@ int main(int argc, char** argv) {
   PrintDwordParam(prov, PP_IMPTYPE, "impl");
   PrintStringParam(prov, PP_CONTAINER, "container");
   ListContainers(prov);
-  if (!CryptReleaseContext(prov, 0)) {
-    PrintFailure("CryptReleaseContext");
-    return 1;
-  }
-  std::printf("context released\n");
-  return 0;
+
+  bool ok = true;
+  if (o.genKey) ok = GenerateSignatureKey(prov);
+  if (ok && o.signText != nullptr) ok = SignAndCheck(prov, o.signText);
+  if (!CryptReleaseContext(prov, 0)) ok = Fail("CryptReleaseContext");
+  else std::printf("context released\n");
+  return ok ? 0 : 1;
 }
+
+}  // namespace
