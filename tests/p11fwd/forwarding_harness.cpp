@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 
 namespace nivra::p11test {
@@ -45,12 +43,6 @@ void WriteArtefact(const std::string& name, const std::vector<uint8_t>& bytes) {
   EXPECT_TRUE(out.good()) << name;
 }
 
-std::string HexSlot(CK_SLOT_ID slot) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%lx", slot);
-  return text;
-}
-
 void ForwardedTest::SetUp() {
   f_ = ForwardingModule();
   ASSERT_NE(f_, nullptr);
@@ -61,8 +53,7 @@ void ForwardedTest::SetUp() {
   ASSERT_EQ(f_->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
   for (CK_ULONG i = 0; i < count; ++i) {
     CK_TOKEN_INFO info;
-    if (f_->C_GetTokenInfo(slots[i], &info) == CKR_OK &&
-        std::memcmp(info.label, kFixtureTokenLabel, std::strlen(kFixtureTokenLabel)) == 0)
+    if (f_->C_GetTokenInfo(slots[i], &info) == CKR_OK && Trimmed(info.label, 32) == kFixtureTokenLabel)
       slot_ = slots[i];
   }
   ASSERT_NE(slot_, 0u) << "the fixture token is not listed";

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/p11fwd/wire_test_values.h"
 #include "tools/p11wire/control_client.h"
 #include "tools/p11wire/pkcs11_abi.h"
 
@@ -26,8 +27,6 @@ std::string HelperControl(const std::string& command);
 
 // Writes a result for the native checks that run after the Windows tests.
 void WriteArtefact(const std::string& name, const std::vector<uint8_t>& bytes);
-
-std::string HexSlot(CK_SLOT_ID slot);
 
 // Base of the Windows tests: the module is initialised, the helper has no injected conditions,
 // and slot_ is the fixture token's slot.

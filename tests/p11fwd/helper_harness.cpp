@@ -1,9 +1,12 @@
 #include "tests/p11fwd/helper_harness.h"
 
-#include <cstring>
-#include <random>
+#include <stdlib.h>
 
-#include "tools/p11wire/control_client.h"
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
 
 namespace nivra::p11test {
 
@@ -13,7 +16,7 @@ HelperHarness& HelperHarness::Get() {
 }
 
 HelperHarness::HelperHarness() {
-  if (!token_.Create(&error_) || !module_.Load(p11helper::kDefaultModulePath, &error_)) return;
+  if (!CreateToken() || !module_.Load(p11helper::kDefaultModulePath, &error_)) return;
   dispatcher_ = std::make_unique<p11helper::Dispatcher>(module_.functions());
   server_ = std::make_unique<p11helper::HelperServer>(dispatcher_.get());
   if (!server_->Listen({"127.0.0.1", 0}, &error_)) return;
@@ -26,12 +29,39 @@ HelperHarness::~HelperHarness() {
   if (serving_.joinable()) serving_.join();
   server_.reset();
   dispatcher_.reset();
+  std::error_code ignored;
+  if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
+}
+
+bool HelperHarness::CreateToken() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "nivra-softhsm-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) {
+    error_ = "mkdtemp failed";
+    return false;
+  }
+  directory_ = pattern;
+  std::filesystem::create_directory(directory_ + "/tokens");
+  std::string conf = directory_ + "/softhsm2.conf";
+  std::ofstream(conf) << "directories.tokendir = " << directory_ << "/tokens\n"
+                      << "objectstore.backend = file\nlog.level = ERROR\nslots.removable = false\n";
+  setenv("SOFTHSM2_CONF", conf.c_str(), 1);
+  std::string command = std::string("softhsm2-util --init-token --free --label ") + kTokenLabel +
+                        " --pin " + kUserPin + " --so-pin 5678 >/dev/null";
+  if (std::system(command.c_str()) != 0) {
+    error_ = "softhsm2-util --init-token failed";
+    return false;
+  }
+  return true;
+}
+
+uint32_t HelperHarness::ControlStatus(const std::string& command, std::string* answer) {
+  std::string ignored;
+  return p11wire::SendControlCommand(address(), command, answer ? answer : &ignored);
 }
 
 std::string HelperHarness::Control(const std::string& command) {
   std::string answer;
-  uint32_t rv = p11wire::SendControlCommand(address(), command, &answer);
-  EXPECT_EQ(rv, 0u) << command << ": " << answer;
+  EXPECT_EQ(ControlStatus(command, &answer), 0u) << command << ": " << answer;
   return answer;
 }
 
@@ -41,28 +71,26 @@ CK_SLOT_ID HelperHarness::TokenSlot() {
   if (module()->C_GetSlotList(CK_TRUE, ids, &n) != CKR_OK) return 0;
   for (CK_ULONG i = 0; i < n; ++i) {
     CK_TOKEN_INFO info;
-    if (module()->C_GetTokenInfo(ids[i], &info) == CKR_OK &&
-        std::memcmp(info.label, kTokenLabel, std::strlen(kTokenLabel)) == 0)
+    if (module()->C_GetTokenInfo(ids[i], &info) == CKR_OK && Trimmed(info.label, 32) == kTokenLabel)
       return ids[i];
   }
   return 0;
 }
 
-namespace {
-
-uint64_t RandomClientId() {
-  static std::mt19937_64 random(std::random_device{}());
-  return random();
+bool ModuleKnows(CK_SESSION_HANDLE session) {
+  CK_SESSION_INFO info;
+  return HelperHarness::Get().module()->C_GetSessionInfo(session, &info) == CKR_OK;
 }
 
-}  // namespace
+bool ModuleForgets(CK_SESSION_HANDLE session) {
+  for (int attempt = 0; attempt < 200 && ModuleKnows(session); ++attempt)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return !ModuleKnows(session);
+}
 
 TestClient::TestClient()
-    : transport_([](p11wire::WireAddress* a) {
-        *a = HelperHarness::Get().address();
-        return true;
-      },
-                 RandomClientId()),
+    : transport_([](p11wire::WireAddress* a) { return *a = HelperHarness::Get().address(), true; },
+                 std::mt19937_64(std::random_device{}())()),
       client_(&transport_) {}
 
 uint32_t TestClient::OpenSession(CK_SLOT_ID slot) {
@@ -73,12 +101,7 @@ uint32_t TestClient::OpenSession(CK_SLOT_ID slot) {
 }
 
 uint32_t TestClient::Login(uint32_t session, const std::string& pin) {
-  p11wire::PinRequest request;
-  request.session = session;
-  request.userType = CKU_USER;
-  request.pin.present = true;
-  request.pin.bytes.assign(pin.begin(), pin.end());
-  return Call<p11wire::WireOp::kLogin>(request).rv;
+  return Call<p11wire::WireOp::kLogin>({session, CKU_USER, {true, TextBytes(pin)}}).rv;
 }
 
 void HelperTest::SetUp() {
@@ -86,28 +109,12 @@ void HelperTest::SetUp() {
   harness().Control("reset");
   slot_ = harness().TokenSlot();
   ASSERT_NE(slot_, 0u);
-}
-
-void ClientTest::SetUp() {
-  HelperTest::SetUp();
   ASSERT_EQ(client_.Initialize(), CKR_OK);
 }
 
-void ClientTest::TearDown() {
+void HelperTest::TearDown() {
   harness().Control("reset");
   client_.Finalize();
-}
-
-void SessionTest::SetUp() {
-  ClientTest::SetUp();
-  session_ = client_.OpenSession(slot_);
-  ASSERT_EQ(client_.Login(session_, kUserPin), CKR_OK);
-}
-
-void SessionTest::TearDown() {
-  // The login belongs to the token, not the session: leave it as the next test expects it.
-  client_.Call<p11wire::WireOp::kLogout>({session_});
-  ClientTest::TearDown();
 }
 
 }  // namespace nivra::p11test

@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/p11fwd/scratch_token.h"
+#include "tests/p11fwd/wire_test_values.h"
 #include "tools/p11helper/dispatcher.h"
 #include "tools/p11helper/helper_server.h"
 #include "tools/p11helper/native_module.h"
@@ -16,6 +16,9 @@
 #include "tools/p11wire/wire_client.h"
 
 namespace nivra::p11test {
+
+inline constexpr char kTokenLabel[] = "nivra-test";
+inline constexpr char kUserPin[] = "1234";
 
 class HelperHarness {
  public:
@@ -25,20 +28,26 @@ class HelperHarness {
 
   bool ok() const { return ok_; }
   const std::string& error() const { return error_; }
+  // The token's private directory; SOFTHSM2_CONF names the configuration in it.
+  const std::string& directory() const { return directory_; }
   p11wire::WireAddress address() const { return {"127.0.0.1", server_->port()}; }
   // The native module itself, for checks that bypass the helper.
   CK_FUNCTION_LIST* module() { return module_.functions(); }
-  const ScratchToken& token() const { return token_; }
 
   // Runs a control command and returns its answer; a refused command fails the current test.
   std::string Control(const std::string& command);
+  // The status of a control command that may be refused.
+  uint32_t ControlStatus(const std::string& command, std::string* answer = nullptr);
   // The module slot that holds the scratch token.
   CK_SLOT_ID TokenSlot();
 
  private:
   HelperHarness();
+  // Makes the directory and configuration, points SOFTHSM2_CONF at it and initialises one token
+  // with kTokenLabel and the PINs. Runs before SoftHSM2 is initialised in this process.
+  bool CreateToken();
 
-  ScratchToken token_;
+  std::string directory_;
   p11helper::NativeModule module_;
   std::unique_ptr<p11helper::Dispatcher> dispatcher_;
   std::unique_ptr<p11helper::HelperServer> server_;
@@ -46,6 +55,12 @@ class HelperHarness {
   bool ok_ = false;
   std::string error_;
 };
+
+// True when the module knows `session`.
+bool ModuleKnows(CK_SESSION_HANDLE session);
+// True once the module no longer knows `session`. The helper closes the sessions of a client
+// that goes away on its connection thread, so this waits a bounded time for that.
+bool ModuleForgets(CK_SESSION_HANDLE session);
 
 // One process as the helper sees it: a client id of its own and its own connections.
 class TestClient {
@@ -70,29 +85,16 @@ class TestClient {
   p11wire::WireClient client_;
 };
 
-// Base of the tests that talk to the helper: the harness is up and every injected condition of an
-// earlier test is gone.
+// Base of the tests that talk to the helper: the harness is up, every injected condition of an
+// earlier test is gone (and is dropped again at the end), and client_ is initialised.
 class HelperTest : public ::testing::Test {
  protected:
   void SetUp() override;
+  void TearDown() override;
   HelperHarness& harness() { return HelperHarness::Get(); }
+  uint32_t slot32() const { return static_cast<uint32_t>(slot_); }
   CK_SLOT_ID slot_ = 0;
-};
-
-// A test with one initialised client; injected conditions are dropped again at its end.
-class ClientTest : public HelperTest {
- protected:
-  void SetUp() override;
-  void TearDown() override;
   TestClient client_;
-};
-
-// A test whose client holds a read/write session on the token, logged in as the user.
-class SessionTest : public ClientTest {
- protected:
-  void SetUp() override;
-  void TearDown() override;
-  uint32_t session_ = 0;
 };
 
 }  // namespace nivra::p11test

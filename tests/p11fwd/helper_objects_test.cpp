@@ -1,135 +1,117 @@
-// Objects through the helper against SoftHSM2: CK_ULONG-valued attributes at the caller's
-// width, the attribute size-query protocol, and vendor-class container objects kept as marked
-// data objects.
+// Objects and RSA through the helper against SoftHSM2: CK_ULONG-valued attributes at the caller's
+// width with the size-query protocol, vendor-class container objects kept as marked data
+// objects, and raw RSA with a key pair of the provider's templates, checked with OpenSSL.
 #include <algorithm>
-#include <cstring>
 
 #include "tests/p11fwd/helper_harness.h"
+#include "tests/p11fwd/openssl_rsa_check.h"
 #include "tests/p11fwd/provider_templates.h"
 
 namespace nivra::p11test {
 namespace {
 
-using p11wire::TemplateRequest;
-using p11wire::WireAttribute;
 using p11wire::WireOp;
 using p11wire::WireTemplate;
+using Handles = std::vector<uint32_t>;
 
 constexpr uint32_t kContainerClass = 0x80000001;
-
+constexpr uint32_t kNone = p11wire::kWireUnavailable;
 constexpr auto Query = QueryAttribute;
 
-class HelperObjects : public SessionTest {
+// A read/write session logged in as the user; objects created through it die with the test.
+class HelperObjects : public HelperTest {
  protected:
+  void SetUp() override {
+    HelperTest::SetUp();
+    session_ = client_.OpenSession(slot_);
+    ASSERT_EQ(client_.Login(session_, kUserPin), CKR_OK);
+  }
   void TearDown() override {
     for (uint32_t object : created_) client_.Call<WireOp::kDestroyObject>({session_, object});
-    SessionTest::TearDown();
+    // The login belongs to the token, not the session: leave it as the next test expects it.
+    client_.Call<WireOp::kLogout>({session_});
+    HelperTest::TearDown();
   }
 
   p11wire::AttributesReply Read(uint32_t object, WireTemplate query) {
-    TemplateRequest request;
-    request.session = session_;
-    request.object = object;
-    request.attributes = std::move(query);
-    return client_.Call<WireOp::kGetAttributeValue>(request);
+    return client_.Call<WireOp::kGetAttributeValue>({session_, object, std::move(query)});
   }
 
   uint32_t Create(WireTemplate attributes) {
-    TemplateRequest request;
-    request.session = session_;
-    request.attributes = std::move(attributes);
-    auto reply = client_.Call<WireOp::kCreateObject>(request);
+    auto reply = client_.Call<WireOp::kCreateObject>({session_, 0, std::move(attributes)});
     EXPECT_EQ(reply.rv, CKR_OK);
     if (reply.rv == CKR_OK) created_.push_back(reply.handle);
     return reply.handle;
   }
 
-  std::vector<uint32_t> Find(WireTemplate attributes) {
-    TemplateRequest init;
-    init.session = session_;
-    init.attributes = std::move(attributes);
-    EXPECT_EQ(client_.Call<WireOp::kFindObjectsInit>(init).rv, CKR_OK);
+  Handles Find(WireTemplate attributes) {
+    EXPECT_EQ(client_.Call<WireOp::kFindObjectsInit>({session_, 0, std::move(attributes)}).rv, CKR_OK);
     auto found = client_.Call<WireOp::kFindObjects>({session_, 100});
     EXPECT_EQ(found.rv, CKR_OK);
     EXPECT_EQ(client_.Call<WireOp::kFindObjectsFinal>({session_}).rv, CKR_OK);
+    std::sort(found.ids.begin(), found.ids.end());
     return found.ids;
   }
 
-  void GenerateProviderPair(const std::string& id, uint32_t* publicKey, uint32_t* privateKey) {
-    p11wire::GenerateKeyPairRequest request;
-    request.session = session_;
-    request.mechanism.type = CKM_RSA_PKCS_KEY_PAIR_GEN;
-    request.publicTemplate = ProviderPublicKeyTemplate(id, 1024);
-    request.privateTemplate = ProviderPrivateKeyTemplate(id);
-    auto reply = client_.Call<WireOp::kGenerateKeyPair>(request);
+  // A key pair generated with the provider's templates, destroyed with the test.
+  void GenerateProviderPair(const std::string& id, uint32_t bits) {
+    auto reply = client_.Call<WireOp::kGenerateKeyPair>({session_, {CKM_RSA_PKCS_KEY_PAIR_GEN, {}},
+                                                         ProviderPublicKeyTemplate(id, bits),
+                                                         ProviderPrivateKeyTemplate(id)});
     ASSERT_EQ(reply.rv, CKR_OK);
-    *publicKey = reply.publicKey;
-    *privateKey = reply.privateKey;
-    created_.push_back(reply.publicKey);
-    created_.push_back(reply.privateKey);
+    created_.insert(created_.end(), {public_ = reply.publicKey, private_ = reply.privateKey});
   }
 
-  WireTemplate ContainerTemplate(const std::string& name) {
+  static WireTemplate Container(const std::string& name) {
     return {ValueAttribute(CKA_CLASS, Ulong32(kContainerClass)),
             ValueAttribute(CKA_LABEL, TextBytes(name)), ValueAttribute(CKA_TOKEN, {CK_TRUE}),
             ValueAttribute(CKA_MODIFIABLE, {CK_TRUE})};
   }
 
-  std::vector<uint32_t> created_;
+  // One single-part raw RSA operation: kInit with `key`, then kRun on `input`.
+  template <WireOp kInit, WireOp kRun>
+  p11wire::DataReply Run(uint32_t key, const Bytes& input, uint32_t capacity, bool wantOutput = true) {
+    EXPECT_EQ(client_.Call<kInit>({session_, {CKM_RSA_X_509, {}}, key}).rv, CKR_OK);
+    return client_.Call<kRun>({session_, {true, input}, wantOutput, capacity});
+  }
+
+  uint32_t session_ = 0;
+  uint32_t public_ = 0;
+  uint32_t private_ = 0;
+  Handles created_;
 };
 
-TEST_F(HelperObjects, UlongAttributesAreFourBytesForTheCaller) {
-  uint32_t pub = 0, priv = 0;
-  GenerateProviderPair("ulong_cspS", &pub, &priv);
-  auto sizes = Read(pub, {Query(CKA_CLASS, false, 0), Query(CKA_KEY_TYPE, false, 0),
-                          Query(CKA_MODULUS_BITS, false, 0), Query(CKA_MODULUS, false, 0)});
-  ASSERT_EQ(sizes.rv, CKR_OK);
-  EXPECT_EQ(sizes.attributes[0].length, 4u);
-  EXPECT_EQ(sizes.attributes[1].length, 4u);
-  EXPECT_EQ(sizes.attributes[2].length, 4u);
-  EXPECT_EQ(sizes.attributes[3].length, 128u);
-
-  auto values = Read(pub, {Query(CKA_CLASS, true, 4), Query(CKA_KEY_TYPE, true, 4),
-                           Query(CKA_MODULUS_BITS, true, 4), Query(CKA_PUBLIC_EXPONENT, true, 16)});
+TEST_F(HelperObjects, AttributesArriveAtTheCallersWidth) {
+  GenerateProviderPair("width_cspS", 1024);
+  auto values = Read(public_, {Query(CKA_CLASS, false, 0), Query(CKA_KEY_TYPE, true, 4),
+                               Query(CKA_MODULUS_BITS, true, 4), Query(CKA_MODULUS, false, 0),
+                               Query(CKA_PUBLIC_EXPONENT, true, 16)});
   ASSERT_EQ(values.rv, CKR_OK);
-  EXPECT_EQ(values.attributes[0].value, Ulong32(CKO_PUBLIC_KEY));
+  EXPECT_EQ(values.attributes[0].length, 4u);
+  EXPECT_TRUE(values.attributes[0].value.empty());
   EXPECT_EQ(values.attributes[1].value, Ulong32(CKK_RSA));
   EXPECT_EQ(values.attributes[2].value, Ulong32(1024));
-  EXPECT_EQ(values.attributes[3].value, (Bytes{0x01, 0x00, 0x01}));
+  EXPECT_EQ(values.attributes[3].length, 128u);
+  EXPECT_EQ(values.attributes[4].value, (Bytes{0x01, 0x00, 0x01}));
+  auto small = Read(public_, {Query(CKA_CLASS, true, 3), Query(CKA_MODULUS, true, 127),
+                              Query(CKA_ID, true, 64)});
+  EXPECT_EQ(small.rv, CKR_BUFFER_TOO_SMALL);
+  ASSERT_EQ(small.attributes.size(), 3u);
+  EXPECT_EQ(small.attributes[0].length, kNone);
+  EXPECT_EQ(small.attributes[1].length, kNone);
+  EXPECT_EQ(small.attributes[2].value, TextBytes("width_cspS"));
+  auto sensitive = Read(private_, {Query(CKA_PRIVATE_EXPONENT, true, 256), Query(CKA_KEY_TYPE, true, 4)});
+  EXPECT_EQ(sensitive.rv, CKR_ATTRIBUTE_SENSITIVE);
+  EXPECT_EQ(sensitive.attributes[0].length, kNone);
+  EXPECT_EQ(sensitive.attributes[1].value, Ulong32(CKK_RSA));
+  EXPECT_EQ(Read(public_, {Query(CKA_CERTIFICATE_TYPE, true, 4)}).rv, CKR_ATTRIBUTE_TYPE_INVALID);
+  auto unknown = Read(0x7FFFFFF0, {Query(CKA_CLASS, true, 4)});
+  EXPECT_EQ(unknown.rv, CKR_OBJECT_HANDLE_INVALID);
+  EXPECT_TRUE(unknown.attributes.empty());
 }
 
-TEST_F(HelperObjects, TooSmallBufferIsUnavailableWhileOthersArrive) {
-  uint32_t pub = 0, priv = 0;
-  GenerateProviderPair("small_cspS", &pub, &priv);
-  auto reply = Read(pub, {Query(CKA_CLASS, true, 3), Query(CKA_MODULUS, true, 127),
-                          Query(CKA_ID, true, 64)});
-  EXPECT_EQ(reply.rv, CKR_BUFFER_TOO_SMALL);
-  ASSERT_EQ(reply.attributes.size(), 3u);
-  EXPECT_EQ(reply.attributes[0].length, p11wire::kWireUnavailable);
-  EXPECT_EQ(reply.attributes[1].length, p11wire::kWireUnavailable);
-  EXPECT_EQ(reply.attributes[2].value, TextBytes("small_cspS"));
-}
-
-TEST_F(HelperObjects, SensitiveAndMissingAttributesAreUnavailable) {
-  uint32_t pub = 0, priv = 0;
-  GenerateProviderPair("sens_cspX", &pub, &priv);
-  auto reply = Read(priv, {Query(CKA_PRIVATE_EXPONENT, true, 256), Query(CKA_KEY_TYPE, true, 4)});
-  EXPECT_EQ(reply.rv, CKR_ATTRIBUTE_SENSITIVE);
-  EXPECT_EQ(reply.attributes[0].length, p11wire::kWireUnavailable);
-  EXPECT_EQ(reply.attributes[1].value, Ulong32(CKK_RSA));
-  auto missing = Read(pub, {Query(CKA_CERTIFICATE_TYPE, true, 4)});
-  EXPECT_EQ(missing.rv, CKR_ATTRIBUTE_TYPE_INVALID);
-  EXPECT_EQ(missing.attributes[0].length, p11wire::kWireUnavailable);
-}
-
-TEST_F(HelperObjects, BadObjectHandleReturnsNoAnswers) {
-  auto reply = Read(0x7FFFFFF0, {Query(CKA_CLASS, true, 4)});
-  EXPECT_EQ(reply.rv, CKR_OBJECT_HANDLE_INVALID);
-  EXPECT_TRUE(reply.attributes.empty());
-}
-
-TEST_F(HelperObjects, ContainerObjectIsStoredAsMarkedPublicDataObject) {
-  uint32_t container = Create(ContainerTemplate("StoredBox"));
+TEST_F(HelperObjects, ContainerIsStoredAsMarkedPublicDataObject) {
+  uint32_t container = Create(Container("StoredBox"));
   CK_OBJECT_CLASS cls = 0;
   char application[64] = {};
   CK_BBOOL isPrivate = CK_TRUE;
@@ -137,104 +119,102 @@ TEST_F(HelperObjects, ContainerObjectIsStoredAsMarkedPublicDataObject) {
                            {CKA_APPLICATION, application, sizeof application},
                            {CKA_PRIVATE, &isPrivate, sizeof isPrivate}};
   // Any session of the module can read it: login state belongs to the token.
+  CK_FUNCTION_LIST* module = harness().module();
   CK_SESSION_HANDLE direct = 0;
-  ASSERT_EQ(harness().module()->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &direct), CKR_OK);
-  EXPECT_EQ(harness().module()->C_GetAttributeValue(direct, container, native, 3), CKR_OK);
-  harness().module()->C_CloseSession(direct);
+  ASSERT_EQ(module->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &direct), CKR_OK);
+  EXPECT_EQ(module->C_GetAttributeValue(direct, container, native, 3), CKR_OK);
+  module->C_CloseSession(direct);
   EXPECT_EQ(cls, CKO_DATA);
   EXPECT_EQ(std::string(application, native[1].ulValueLen), "nivra-vendor-class-80000001");
   EXPECT_EQ(isPrivate, CK_FALSE);
 }
 
-TEST_F(HelperObjects, ContainerIsFoundByClassAndLabelAndReadWithItsClass) {
-  uint32_t container = Create(ContainerTemplate("FoundBox"));
-  Create(ContainerTemplate("OtherBox"));
-  std::vector<uint32_t> byLabel = Find({ValueAttribute(CKA_CLASS, Ulong32(kContainerClass)),
-                                        ValueAttribute(CKA_LABEL, TextBytes("FoundBox"))});
-  ASSERT_EQ(byLabel, std::vector<uint32_t>{container});
-  std::vector<uint32_t> byClass = Find({ValueAttribute(CKA_CLASS, Ulong32(kContainerClass))});
-  EXPECT_EQ(byClass.size(), 2u);
+TEST_F(HelperObjects, ContainersAreFoundAndReadWithTheirClass) {
+  const Bytes record = {2, 2, 0, 0, 'k', '1', 'k', '2'};
+  WireTemplate withRecord = Container("FoundBox");
+  withRecord.push_back(ValueAttribute(CKA_VALUE, record));
+  uint32_t container = Create(withRecord);
+  uint32_t other = Create(Container("OtherBox"));
+  uint32_t data = Create({ValueAttribute(CKA_CLASS, Ulong32(CKO_DATA)),
+                          ValueAttribute(CKA_LABEL, TextBytes("FoundBox")),
+                          ValueAttribute(CKA_TOKEN, {CK_TRUE})});
+  const auto ClassIs = [](uint32_t c) { return ValueAttribute(CKA_CLASS, Ulong32(c)); };
+  const auto Label = [](const char* l) { return ValueAttribute(CKA_LABEL, TextBytes(l)); };
+  EXPECT_EQ(Find({ClassIs(kContainerClass), Label("FoundBox")}), Handles{container});
+  EXPECT_EQ(Find({ClassIs(kContainerClass)}).size(), 2u);
+  EXPECT_EQ(Find({ClassIs(CKO_DATA), Label("FoundBox")}), Handles{data});
+  Handles both = {container, data};
+  std::sort(both.begin(), both.end());
+  EXPECT_EQ(Find({Label("FoundBox")}), both);
 
   auto read = Read(container, {Query(CKA_CLASS, true, 4), Query(CKA_LABEL, true, 255),
-                               Query(CKA_VALUE, false, 0xFFFFFFFF)});
+                               Query(CKA_VALUE, false, 0xFFFFFFFF), Query(CKA_VALUE, true, 64)});
   ASSERT_EQ(read.rv, CKR_OK);
   EXPECT_EQ(read.attributes[0].value, Ulong32(kContainerClass));
   EXPECT_EQ(read.attributes[1].value, TextBytes("FoundBox"));
-  EXPECT_EQ(read.attributes[2].length, 0u);  // no key-ID record
-
+  EXPECT_EQ(read.attributes[2].length, record.size());
+  EXPECT_EQ(read.attributes[3].value, record);
   auto application = Read(container, {Query(CKA_APPLICATION, true, 64)});
   EXPECT_EQ(application.rv, CKR_ATTRIBUTE_TYPE_INVALID);
-  EXPECT_EQ(application.attributes[0].length, p11wire::kWireUnavailable);
-}
+  EXPECT_EQ(application.attributes[0].length, kNone);
 
-TEST_F(HelperObjects, ContainerIsFoundBeforeLogin) {
-  uint32_t container = Create(ContainerTemplate("PublicBox"));
+  ASSERT_EQ(client_.Call<WireOp::kSetAttributeValue>({session_, other, {Label("NewName")}}).rv, CKR_OK);
+  // Containers are public: found before login, and a search honours its maximum.
   ASSERT_EQ(client_.Call<WireOp::kLogout>({session_}).rv, CKR_OK);
-  std::vector<uint32_t> found = Find({ValueAttribute(CKA_CLASS, Ulong32(kContainerClass)),
-                                      ValueAttribute(CKA_LABEL, TextBytes("PublicBox"))});
-  EXPECT_EQ(found, std::vector<uint32_t>{container});
+  EXPECT_EQ(Find({ClassIs(kContainerClass), Label("NewName")}), Handles{other});
+  ASSERT_EQ(client_.Call<WireOp::kFindObjectsInit>({session_, 0, {ClassIs(kContainerClass)}}).rv, CKR_OK);
+  EXPECT_EQ(client_.Call<WireOp::kFindObjectsInit>({session_, 0, {}}).rv, CKR_OPERATION_ACTIVE);
+  for (size_t expected : {1u, 1u, 0u})
+    EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 1}).ids.size(), expected);
+  EXPECT_EQ(client_.Call<WireOp::kFindObjectsFinal>({session_}).rv, CKR_OK);
   ASSERT_EQ(client_.Login(session_, kUserPin), CKR_OK);
 }
 
-TEST_F(HelperObjects, DataSearchLeavesContainersOut) {
-  uint32_t container = Create(ContainerTemplate("MixedBox"));
-  uint32_t data = Create({ValueAttribute(CKA_CLASS, Ulong32(CKO_DATA)),
-                          ValueAttribute(CKA_LABEL, TextBytes("MixedBox")),
-                          ValueAttribute(CKA_TOKEN, {CK_TRUE})});
-  std::vector<uint32_t> dataOnly = Find({ValueAttribute(CKA_CLASS, Ulong32(CKO_DATA)),
-                                         ValueAttribute(CKA_LABEL, TextBytes("MixedBox"))});
-  EXPECT_EQ(dataOnly, std::vector<uint32_t>{data});
-  std::vector<uint32_t> byLabel = Find({ValueAttribute(CKA_LABEL, TextBytes("MixedBox"))});
-  std::sort(byLabel.begin(), byLabel.end());
-  std::vector<uint32_t> both = {container, data};
-  std::sort(both.begin(), both.end());
-  EXPECT_EQ(byLabel, both);
+TEST_F(HelperObjects, RawRsaOfTheProviderVerifiesWithOpenSsl) {
+  GenerateProviderPair("rsa_cspS", 2048);
+  auto key = Read(public_, {Query(CKA_MODULUS, true, 256), Query(CKA_PUBLIC_EXPONENT, true, 8)});
+  ASSERT_EQ(key.rv, CKR_OK);
+  const Bytes& modulus = key.attributes[0].value;
+  const Bytes& exponent = key.attributes[1].value;
+  ASSERT_EQ(modulus.size(), 256u);
+  Bytes block = Sha256AbcSignatureBlock(256);
+
+  // C_Sign with its output-length protocol: the size, a short buffer, then the signature.
+  auto size = Run<WireOp::kSignInit, WireOp::kSign>(private_, block, 0, false);
+  ASSERT_EQ(size.rv, CKR_OK);
+  EXPECT_EQ(size.length, 256u);
+  auto small = client_.Call<WireOp::kSign>({session_, {true, block}, true, 255});
+  EXPECT_EQ(small.rv, CKR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(small.length, 256u);
+  EXPECT_FALSE(small.output.present);
+  auto signature = client_.Call<WireOp::kSign>({session_, {true, block}, true, 300});
+  ASSERT_EQ(signature.rv, CKR_OK);
+  EXPECT_EQ(signature.length, 256u);
+  EXPECT_TRUE(OpenSslVerifiesSha256(modulus, exponent, TextBytes("abc"), signature.output.bytes));
+  EXPECT_FALSE(OpenSslVerifiesSha256(modulus, exponent, TextBytes("abd"), signature.output.bytes));
+  EXPECT_EQ(client_.Call<WireOp::kSign>({session_, {true, block}, true, 256}).rv,
+            CKR_OPERATION_NOT_INITIALIZED);
+
+  // The provider signs with C_Decrypt; raw encryption with the public key undoes it.
+  auto decrypted = Run<WireOp::kDecryptInit, WireOp::kDecrypt>(private_, block, 256);
+  ASSERT_EQ(decrypted.rv, CKR_OK);
+  EXPECT_EQ(decrypted.output.bytes, signature.output.bytes);
+  auto back = Run<WireOp::kEncryptInit, WireOp::kEncrypt>(public_, decrypted.output.bytes, 256);
+  EXPECT_EQ(back.output.bytes, block);
+  auto wrongLength = Run<WireOp::kDecryptInit, WireOp::kDecrypt>(private_, Bytes(255, 0x01), 256);
+  EXPECT_NE(wrongLength.rv, CKR_OK);
+  EXPECT_FALSE(wrongLength.output.present);
 }
 
-TEST_F(HelperObjects, ContainerWithKeyIdRecordKeepsIt) {
-  Bytes record = {2, 2, 0, 0, 'k', '1', 'k', '2'};
-  WireTemplate withRecord = ContainerTemplate("RecordBox");
-  withRecord.push_back(ValueAttribute(CKA_VALUE, record));
-  uint32_t container = Create(withRecord);
-  auto read = Read(container, {Query(CKA_VALUE, true, 64), Query(CKA_CLASS, true, 4)});
-  ASSERT_EQ(read.rv, CKR_OK);
-  EXPECT_EQ(read.attributes[0].value, record);
-  EXPECT_EQ(read.attributes[1].value, Ulong32(kContainerClass));
-}
-
-TEST_F(HelperObjects, ContainerCanBeRenamed) {
-  uint32_t container = Create(ContainerTemplate("OldName"));
-  TemplateRequest set;
-  set.session = session_;
-  set.object = container;
-  set.attributes = {ValueAttribute(CKA_LABEL, TextBytes("NewName"))};
-  ASSERT_EQ(client_.Call<WireOp::kSetAttributeValue>(set).rv, CKR_OK);
-  EXPECT_EQ(Find({ValueAttribute(CKA_CLASS, Ulong32(kContainerClass)),
-                  ValueAttribute(CKA_LABEL, TextBytes("NewName"))}),
-            std::vector<uint32_t>{container});
-}
-
-TEST_F(HelperObjects, FindObjectsHonoursTheMaximum) {
-  for (int i = 0; i < 5; ++i) Create(ContainerTemplate("ManyBox"));
-  TemplateRequest init;
-  init.session = session_;
-  init.attributes = {ValueAttribute(CKA_LABEL, TextBytes("ManyBox"))};
-  ASSERT_EQ(client_.Call<WireOp::kFindObjectsInit>(init).rv, CKR_OK);
-  EXPECT_EQ(client_.Call<WireOp::kFindObjectsInit>(init).rv, CKR_OPERATION_ACTIVE);
-  EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 2}).ids.size(), 2u);
-  EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 2}).ids.size(), 2u);
-  EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 2}).ids.size(), 1u);
-  EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 2}).ids.size(), 0u);
-  EXPECT_EQ(client_.Call<WireOp::kFindObjectsFinal>({session_}).rv, CKR_OK);
-}
-
-TEST_F(HelperObjects, DestroyedContainerIsNoLongerFound) {
-  uint32_t container = Create(ContainerTemplate("GoneBox"));
-  ASSERT_EQ(client_.Call<WireOp::kDestroyObject>({session_, container}).rv, CKR_OK);
-  created_.clear();
-  EXPECT_TRUE(Find({ValueAttribute(CKA_CLASS, Ulong32(kContainerClass)),
-                    ValueAttribute(CKA_LABEL, TextBytes("GoneBox"))})
-                  .empty());
+TEST_F(HelperObjects, RandomBytesHaveTheRequestedLength) {
+  p11wire::DataRequest request = {session_, {}, true, 48};
+  auto first = client_.Call<WireOp::kGenerateRandom>(request);
+  auto second = client_.Call<WireOp::kGenerateRandom>(request);
+  ASSERT_EQ(first.rv, CKR_OK);
+  ASSERT_EQ(first.output.bytes.size(), 48u);
+  EXPECT_NE(first.output.bytes, second.output.bytes);
+  request.capacity = (4u << 20) + 1;
+  EXPECT_EQ(client_.Call<WireOp::kGenerateRandom>(request).rv, CKR_ARGUMENTS_BAD);
 }
 
 }  // namespace

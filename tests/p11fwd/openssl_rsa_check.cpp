@@ -54,19 +54,4 @@ bool OpenSslVerifiesSha256(const std::vector<uint8_t>& modulus, const std::vecto
                           message.size()) == 1;
 }
 
-std::vector<uint8_t> OpenSslRawPublic(const std::vector<uint8_t>& modulus,
-                                      const std::vector<uint8_t>& exponent,
-                                      const std::vector<uint8_t>& signature) {
-  BnPtr n = Number(modulus);
-  BnPtr e = Number(exponent);
-  BnPtr s = Number(signature);
-  BnPtr r(BN_new());
-  std::unique_ptr<BN_CTX, Deleter<BN_CTX, BN_CTX_free>> ctx(BN_CTX_new());
-  if (!n || !e || !s || !r || !ctx || BN_mod_exp(r.get(), s.get(), e.get(), n.get(), ctx.get()) != 1)
-    return {};
-  std::vector<uint8_t> out(BN_num_bytes(n.get()));
-  if (BN_bn2binpad(r.get(), out.data(), static_cast<int>(out.size())) < 0) return {};
-  return out;
-}
-
 }  // namespace nivra::p11test

@@ -10,9 +10,4 @@ namespace nivra::p11test {
 bool OpenSslVerifiesSha256(const std::vector<uint8_t>& modulus, const std::vector<uint8_t>& exponent,
                            const std::vector<uint8_t>& message, const std::vector<uint8_t>& signature);
 
-// signature^exponent mod modulus, left-padded to the modulus length; empty on failure.
-std::vector<uint8_t> OpenSslRawPublic(const std::vector<uint8_t>& modulus,
-                                      const std::vector<uint8_t>& exponent,
-                                      const std::vector<uint8_t>& signature);
-
 }  // namespace nivra::p11test

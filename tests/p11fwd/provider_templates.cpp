@@ -1,5 +1,7 @@
 #include "tests/p11fwd/provider_templates.h"
 
+#include <algorithm>
+
 namespace nivra::p11test {
 
 p11wire::WireTemplate ProviderPublicKeyTemplate(const std::string& id, uint32_t bits) {
@@ -19,9 +21,14 @@ p11wire::WireTemplate ProviderPrivateKeyTemplate(const std::string& id) {
           ValueAttribute(CKA_DECRYPT, yes), ValueAttribute(CKA_PRIVATE, yes)};
 }
 
+namespace {
+
+// SHA-256 of "abc" (FIPS 180-2, appendix B.1).
 const uint8_t kSha256OfAbc[32] = {0xba, 0x78, 0x16, 0xbf, 0x8f, 0x01, 0xcf, 0xea, 0x41, 0x41, 0x40,
                                   0xde, 0x5d, 0xae, 0x22, 0x23, 0xb0, 0x03, 0x61, 0xa3, 0x96, 0x17,
                                   0x7a, 0x9c, 0xb4, 0x10, 0xff, 0x61, 0xf2, 0x00, 0x15, 0xad};
+
+}  // namespace
 
 Bytes Sha256AbcSignatureBlock(size_t k) {
   // DER prefix of DigestInfo { sha256, OCTET STRING(32) } from PKCS#1 v2.2, section 9.2.

@@ -1,7 +1,7 @@
 #pragma once
 // The attribute templates with which the provider generates RSA key pairs (9 public attributes,
 // 8 private ones, in the provider's order; class, key type and bit count as 4-byte values), in
-// wire form for the native tests.
+// wire form; the Windows tests point CK_ATTRIBUTEs at these 4-byte values.
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -13,9 +13,6 @@ namespace nivra::p11test {
 
 p11wire::WireTemplate ProviderPublicKeyTemplate(const std::string& id, uint32_t bits);
 p11wire::WireTemplate ProviderPrivateKeyTemplate(const std::string& id);
-
-// SHA-256 of "abc" (FIPS 180-2, appendix B.1).
-extern const uint8_t kSha256OfAbc[32];
 
 // The k-byte PKCS#1 v1.5 signature block (type 1) over the SHA-256 DigestInfo of "abc":
 // 00 01 FF..FF 00 DigestInfo.

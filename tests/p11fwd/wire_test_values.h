@@ -1,6 +1,7 @@
 #pragma once
-// Builders of wire attributes for tests on both sides.
+// Values for tests on both sides of the link: wire attributes, 4-byte CK_ULONGs, text fields.
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -12,21 +13,13 @@ using Bytes = std::vector<uint8_t>;
 
 // A template attribute carrying `value`.
 inline p11wire::WireAttribute ValueAttribute(uint32_t type, Bytes value) {
-  p11wire::WireAttribute a;
-  a.type = type;
-  a.hasValue = true;
-  a.length = static_cast<uint32_t>(value.size());
-  a.value = std::move(value);
-  return a;
+  uint32_t length = static_cast<uint32_t>(value.size());
+  return {type, true, length, std::move(value)};
 }
 
 // A query attribute: a buffer of `capacity` bytes, or a size query without one.
 inline p11wire::WireAttribute QueryAttribute(uint32_t type, bool buffer, uint32_t capacity) {
-  p11wire::WireAttribute a;
-  a.type = type;
-  a.hasValue = buffer;
-  a.length = capacity;
-  return a;
+  return {type, buffer, capacity, {}};
 }
 
 // A 4-byte little-endian value, as the Windows caller's CK_ULONG.
@@ -36,5 +29,18 @@ inline Bytes Ulong32(uint32_t v) {
 }
 
 inline Bytes TextBytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
+
+// A blank-padded PKCS#11 text field without its padding.
+inline std::string Trimmed(const uint8_t* field, size_t size) {
+  std::string s(reinterpret_cast<const char*>(field), size);
+  return s.substr(0, s.find_last_not_of(' ') + 1);
+}
+
+// "0x" and the value in hexadecimal, as control commands take slot identifiers.
+inline std::string Hex(uint64_t value) {
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+  return text;
+}
 
 }  // namespace nivra::p11test
