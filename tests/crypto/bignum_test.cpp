@@ -1,0 +1,158 @@
+// CBigNumber and its word primitives where random operands rarely reach: the add-back step of
+// long division, Montgomery products at the largest residue, short output buffers, the special
+// cases of exponentiation and the prime search. Random operands of every size are cross-checked
+// against OpenSSL in bignum_openssl_test.cpp.
+#include <gtest/gtest.h>
+
+#include "crypto/bignum.h"
+#include "crypto/bignum_words.h"
+#include "test_support.h"
+
+namespace nivra::testing {
+namespace {
+
+using namespace nivra::crypto;
+using Words = std::vector<uint32_t>;
+constexpr uint32_t kOnes = 0xFFFFFFFFu;
+
+void Load(CBigNumber& a, const Bytes& bytes) {
+  a.SetZero();
+  ASSERT_EQ(a.FromBytes(bytes.data(), 0, static_cast<uint32_t>(bytes.size())), 0);
+}
+
+// Cases in which the quotient word estimated from the top words is still one too large after
+// both corrections, so the multiply-subtract borrows and the divisor is added back. Expected
+// values computed independently with arbitrary-precision integers.
+TEST(BignumWords, DivisionAddBackCasesAndLargestQuotientWord) {
+  const struct {
+    Words u, v, q, r;
+  } cases[] = {
+      {{0x1, 0x2, 0x1, 0x1}, {0x2, 0x80000001u, 0x80000000u}, {0x1, 0x0}, {kOnes, 0x80000000u, 0x80000000u}},
+      {{0xFFFFFFFEu, 0x2, 0x1, kOnes, 0x80000001u}, {0x80000001u, 0xFFFFFFFEu, kOnes},
+       {kOnes, 0x80000001u, 0x0}, {0x7FFFFFFFu, 0x7FFFFFFFu, 0xC0000003u}},
+      {{0x80000001u, 0x80000001u, 0x80000000u, 0x80000000u}, {0xFFFFFFFEu, 0x1, 0x80000001u},
+       {0xFFFFFFFEu, 0x0}, {0x7FFFFFFDu, 0x80000007u, 0x80000000u}},
+  };
+  for (const auto& c : cases) {
+    Words a = c.u;
+    a.push_back(0xDEADBEEFu);  // the working word must be overwritten, whatever it held
+    Words m = c.v;
+    Words q(c.u.size() - c.v.size() + 1);
+    WordsDiv(q.data(), a.data(), c.u.size(), m.data(), m.size());
+    EXPECT_EQ(q, c.q);
+    EXPECT_EQ(Words(a.begin(), a.begin() + c.v.size()), c.r);
+    EXPECT_EQ(Words(a.begin() + c.v.size(), a.end()), Words(a.size() - c.v.size(), 0));
+    EXPECT_EQ(m, c.v) << "divisor restored";
+  }
+  uint32_t q = 0;
+  EXPECT_EQ(DivTwoWords(&q, 0x7FFFFFFFu, kOnes, 0x80000000u), 0x7FFFFFFFu);
+  EXPECT_EQ(q, kOnes);
+  EXPECT_EQ(DivTwoWords(&q, 0xFFFFFFFEu, 0, kOnes), 0xFFFFFFFEu);
+  EXPECT_EQ(q, 0xFFFFFFFEu);
+}
+
+TEST(BignumWords, MontgomeryProductsAtTheLargestResidue) {
+  for (uint32_t m0 : {1u, 3u, kOnes, 0x80000001u, 0x12345679u}) {
+    EXPECT_EQ(static_cast<uint32_t>(m0 * MontgomeryMinv(m0)), kOnes) << m0;  // m0 * minv = -1
+  }
+  // m = 2^64 - 59 (prime). With R = 2^64: R mod m = 59 and R^2 mod m = 59^2 = 3481.
+  const Words m = {0xFFFFFFC5u, kOnes};
+  const uint32_t minv = MontgomeryMinv(m[0]);
+  Words one = {1, 0}, r2 = {3481, 0}, out(2), scratch(2);
+  WordsMontMul(out.data(), one.data(), r2.data(), m.data(), 2, minv, scratch.data());
+  EXPECT_EQ(out, (Words{59, 0}));
+  WordsMontSquare(out.data(), r2.data(), m.data(), 2, minv, scratch.data());  // R^3 mod m
+  EXPECT_EQ(out, (Words{59u * 3481u, 0}));
+  // (m-1)^2 R^-1 = R^-1 mod m; that times R^2, times R^-1 once more, is 1.
+  Words top = {0xFFFFFFC4u, kOnes};
+  WordsMontSquare(out.data(), top.data(), m.data(), 2, minv, scratch.data());
+  WordsMontMul(out.data(), out.data(), r2.data(), m.data(), 2, minv, scratch.data());
+  EXPECT_EQ(out, (Words{1, 0}));
+}
+
+TEST(BignumSmallValues, EvenCapacityShortBuffersSubWordBelowZeroAndTrailingZeros) {
+  CBigNumber a;
+  ASSERT_EQ(a.Reserve(3), 0);
+  EXPECT_EQ(a.capacity, 4u);
+  Load(a, Hex("000000ab0000000001"));
+  Bytes out(4, 0xEE);
+  uint32_t needed = 0;
+  EXPECT_EQ(a.ToBytes(out.data(), 4, &needed), 0);
+  EXPECT_EQ(needed, 6u) << "leading zero bytes do not count";
+  EXPECT_EQ(out, Bytes(4, 0xEE)) << "nothing written on refusal";
+  a.SetWord(3);
+  EXPECT_EQ(a.SubWord(10), 1);
+  EXPECT_TRUE(a.IsWord(7));
+  Load(a, {0x0C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00});  // 12 * 2^56 = 3 * 2^58
+  EXPECT_EQ(a.RemoveTrailingZeros(), 58u);
+  EXPECT_TRUE(a.IsWord(3));
+  a.SetZero();
+  EXPECT_EQ(a.RemoveTrailingZeros(), 0u);
+}
+
+TEST(BignumModExp, RefusalsSpecialExponentsAndAliasing) {
+  CBigNumber r, base, exp, m;
+  const struct {
+    uint32_t base, exp, mod;
+    int status;
+    uint32_t result;
+  } cases[] = {
+      {3, 5, 10, -1, 0},    {3, 5, 0, -1, 0},      {2, 5, 16, -1, 0},  // even or zero modulus
+      {100, 1, 7, 0, 100},  // exponent 1: the base copied, not reduced
+      {100, 0, 7, 0, 1},
+  };
+  for (const auto& c : cases) {
+    base.SetWord(c.base);
+    exp.SetWord(c.exp);
+    m.SetWord(c.mod);
+    ASSERT_EQ(r.ModExp(base, exp, m), c.status) << c.base << "^" << c.exp << " mod " << c.mod;
+    EXPECT_TRUE(c.status != 0 || r.IsWord(c.result)) << c.base << "^" << c.exp << " mod " << c.mod;
+  }
+  base.SetWord(4);
+  exp.SetWord(13);
+  m.SetWord(497);
+  ASSERT_EQ(base.ModExp(base, exp, m), 0);  // 4^13 mod 497 = 445
+  EXPECT_TRUE(base.IsWord(445));
+  ASSERT_EQ(m.ModExp(base, exp, m), 0);  // 445^13 mod 497 = 242
+  EXPECT_TRUE(m.IsWord(242));
+}
+
+TEST(BignumRandom, ExactSizeOddWithTwoTopBitsSet) {
+  for (uint32_t bits : {1024u, 1025u, 33u, 32u, 2u}) {
+    CBigNumber a;
+    ASSERT_EQ(a.Random(bits), 0);
+    EXPECT_EQ(a.BitLength(), bits);
+    EXPECT_TRUE(a.IsOdd() && a.Bit(bits - 1) && a.Bit(bits - 2)) << bits;
+  }
+  CBigNumber a, b;
+  ASSERT_EQ(a.Random(256), 0);
+  ASSERT_EQ(b.Random(256), 0);
+  EXPECT_NE(a.Compare(b), 0);
+}
+
+TEST(BignumPrimes, ProbablePrimeVerdictsAndTheNextPrime) {
+  CBigNumber a;
+  // Primes in each residue class modulo 8 (0); 341 = 11 * 31 fools the plain Fermat test to
+  // base 2 (1); even values are refused (-1).
+  for (const auto& [value, verdict] : {std::pair{3u, 0}, {5u, 0}, {7u, 0}, {17u, 0}, {65537u, 0}, {4294967291u, 0},
+                                       {341u, 1}, {9u, 1}, {1u, 1}, {65535u, 1}, {10u, -1}}) {
+    a.SetWord(value);
+    EXPECT_EQ(a.IsProbablePrime(), verdict) << value;
+  }
+  Load(a, Hex("7fffffffffffffffffffffffffffffff"));  // 2^127 - 1
+  EXPECT_EQ(a.IsProbablePrime(), 0);
+  // The smallest prime = 1 (mod 65537) is 917519; with e = 65537 the search skips to 917549.
+  const struct {
+    uint32_t start, e, prime;
+  } searches[] = {{1000000, 0, 1000003}, {2, 0, 3}, {1, 0, 3}, {13, 4, 19}, {917518, 0, 917519}, {917518, 65537, 917549}};
+  for (const auto& s : searches) {
+    a.SetWord(s.start);
+    ASSERT_GE(a.NextPrime(s.e), 10) << s.start;
+    EXPECT_TRUE(a.IsWord(s.prime)) << s.start << " e " << s.e;
+  }
+  EXPECT_EQ(a.NextPrime(2), -1);
+  EXPECT_EQ(a.NextPrime(1), -1);
+}
+
+}  // namespace
+}  // namespace nivra::testing

@@ -1,0 +1,195 @@
+// Helpers shared by the crypto library's tests: byte strings, the published vector files, owning
+// wrappers for RSA keys and cipher contexts, whole-message cipher runs and split SHA-1 runs.
+#pragma once
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "crypto/cipher.h"
+#include "crypto/rsa_key.h"
+#include "crypto/sha1.h"
+
+#ifndef NIVRA_VECTORS_DIR
+#error "NIVRA_VECTORS_DIR must name the cryptography_vectors folder"
+#endif
+
+namespace nivra::testing {
+
+using Bytes = std::vector<uint8_t>;
+
+// Bytes of the hexadecimal digits in text; blanks are skipped, anything else throws, so a typo in
+// an expected value fails the test instead of shortening it.
+inline Bytes Hex(const std::string& text) {
+  std::string digits;
+  for (char c : text) {
+    if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
+    else if (c != ' ' && c != '\t' && c != '\r') throw std::runtime_error(std::string("not hexadecimal: ") + c);
+  }
+  if (digits.size() % 2 != 0) throw std::runtime_error("odd hexadecimal length");
+  Bytes out(digits.size() / 2);
+  for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<uint8_t>(std::stoi(digits.substr(2 * i, 2), nullptr, 16));
+  return out;
+}
+
+inline Bytes Concat(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+// a xor b over the length of a (b at least as long).
+inline Bytes XorBytes(Bytes a, const Bytes& b) {
+  for (size_t i = 0; i < a.size() && i < b.size(); ++i) a[i] ^= b[i];
+  return a;
+}
+
+inline Bytes RandomBytes(std::mt19937& rng, size_t len) {
+  Bytes out(len);
+  for (auto& b : out) b = static_cast<uint8_t>(rng());
+  return out;
+}
+
+// A file of the python3-cryptography-vectors set, e.g. "hashes/SHA1/SHA1Monte.rsp".
+inline std::string VectorPath(const std::string& relative) {
+  return std::string(NIVRA_VECTORS_DIR) + "/" + relative;
+}
+
+// The records of a NIST CAVS response file: blocks of "Name = value" lines separated by blank
+// lines; "#" comments and "[...]" headers are skipped. Throws when the file cannot be opened, so
+// a missing vector file fails the test instead of passing with no cases.
+using RspRecord = std::map<std::string, std::string>;
+inline std::vector<RspRecord> ReadRsp(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("cannot open " + path);
+  auto trim = [](const std::string& s) {
+    const auto first = s.find_first_not_of(" \t\r");
+    return first == std::string::npos ? std::string() : s.substr(first, s.find_last_not_of(" \t\r") - first + 1);
+  };
+  std::vector<RspRecord> records(1);
+  for (std::string line; std::getline(in, line);) {
+    line = trim(line);
+    if (line.empty() && !records.back().empty()) records.emplace_back();
+    const auto eq = line.find('=');
+    if (line.empty() || line[0] == '#' || line[0] == '[' || eq == std::string::npos) continue;
+    records.back()[trim(line.substr(0, eq))] = trim(line.substr(eq + 1));
+  }
+  if (records.back().empty()) records.pop_back();
+  return records;
+}
+
+// SHA-1 of message fed in pieces of the given sizes (the rest in one last call).
+inline Bytes Sha1InPieces(const Bytes& message, std::vector<size_t> pieces = {}) {
+  Bytes out(crypto::kSha1DigestLength);
+  crypto::Sha1State* state = nullptr;
+  EXPECT_EQ(crypto::Sha1Init(&state), crypto::kOk);
+  if (state == nullptr) return out;
+  size_t offset = 0;
+  pieces.push_back(message.size());
+  for (size_t piece : pieces) {
+    piece = std::min(piece, message.size() - offset);
+    EXPECT_EQ(crypto::Sha1Update(state, message.data() + offset, piece), crypto::kOk);
+    offset += piece;
+  }
+  EXPECT_EQ(crypto::Sha1Final(state, out.data()), crypto::kOk);
+  crypto::Sha1Free(state);
+  return out;
+}
+
+// ---- RSA keys ---------------------------------------------------------------------------------
+
+struct KeyDeleter {
+  void operator()(crypto::CRSA* key) const { crypto::RsaDestroyKey(key); }
+};
+using KeyPtr = std::unique_ptr<crypto::CRSA, KeyDeleter>;
+
+inline KeyPtr ImportKey(uint32_t form, const Bytes& der) {
+  crypto::CRSA* key = nullptr;
+  EXPECT_EQ(crypto::RsaImportKey(&key, nullptr, form, der.data(), der.size()), crypto::kOk);
+  return KeyPtr(key);
+}
+
+// A DER form or one component of key.
+inline Bytes ExportKey(const crypto::CRSA* key, uint32_t what) {
+  size_t len = 0;
+  EXPECT_EQ(crypto::RsaExportKey(key, what, nullptr, &len), crypto::kOk);
+  Bytes out(len);
+  EXPECT_EQ(crypto::RsaExportKey(key, what, out.data(), &len), crypto::kOk);
+  return out;
+}
+
+// The textbook key p = 61, q = 53, e = 17: n = 3233, d = 2753, dP = 53, dQ = 49, qInv = 38;
+// 65^17 mod 3233 = 2790. Written out by hand in each DER form.
+inline const Bytes kTinyPublicDer = {0x30, 0x07, 0x02, 0x02, 0x0C, 0xA1, 0x02, 0x01, 0x11};
+inline const Bytes kTinyShortPrivateDer = {0x30, 0x0B, 0x02, 0x02, 0x0C, 0xA1, 0x02,
+                                           0x01, 0x11, 0x02, 0x02, 0x0A, 0xC1};
+inline const Bytes kTinyPrivateDer = {0x30, 0x1D, 0x02, 0x01, 0x00, 0x02, 0x02, 0x0C, 0xA1, 0x02, 0x01,
+                                      0x11, 0x02, 0x02, 0x0A, 0xC1, 0x02, 0x01, 0x3D, 0x02, 0x01, 0x35,
+                                      0x02, 0x01, 0x35, 0x02, 0x01, 0x31, 0x02, 0x01, 0x26};
+inline const Bytes kTinyPlain = {0x00, 0x41};   // 65
+inline const Bytes kTinyCipher = {0x0A, 0xE6};  // 2790
+
+// ---- cipher contexts --------------------------------------------------------------------------
+
+// A cipher context destroyed with the object.
+class ScopedCipher {
+ public:
+  explicit ScopedCipher(const Bytes& key, uint32_t modeWord = crypto::kCipherModeWordCreated,
+                        const Bytes& iv = {}) {
+    status_ = crypto::CipherCreate(&handle_, key.data(), key.size());
+    if (status_ == crypto::kOk) status_ = crypto::CipherSetMode(handle_, modeWord);
+    if (status_ == crypto::kOk && !iv.empty()) status_ = crypto::CipherSetIv(handle_, iv.data(), iv.size());
+  }
+  ScopedCipher(const ScopedCipher&) = delete;
+  ScopedCipher& operator=(const ScopedCipher&) = delete;
+  ~ScopedCipher() {
+    if (handle_ != 0) crypto::CipherDestroy(handle_);
+  }
+  crypto::CipherHandle get() const { return handle_; }
+  crypto::Status status() const { return status_; }
+
+ private:
+  crypto::CipherHandle handle_ = 0;
+  crypto::Status status_ = crypto::kOk;
+};
+
+// Output of one message and the status of each step.
+struct MessageRun {
+  crypto::Status update = crypto::kOk;
+  crypto::Status final = crypto::kOk;
+  Bytes out;
+};
+
+// Feeds `in` in pieces of the given sizes (the rest in one last call), then runs the final, with
+// buffers always large enough. The first failing update stops the run. The final's output is kept
+// when it succeeded and when it failed its padding check (the block is still handed out then).
+inline MessageRun RunMessage(crypto::CipherHandle h, const Bytes& in, bool encrypt, std::vector<size_t> pieces = {}) {
+  MessageRun run;
+  run.out.resize(in.size() + 32);
+  size_t written = 0, offset = 0, outLen = 0;
+  pieces.push_back(in.size());
+  for (size_t piece : pieces) {
+    const size_t len = std::min(piece, in.size() - offset);
+    outLen = run.out.size() - written;
+    run.update = crypto::CipherUpdate(h, in.data() + offset, len, run.out.data() + written, &outLen, encrypt);
+    if (run.update != crypto::kOk) break;
+    offset += len;
+    written += outLen;
+  }
+  if (run.update == crypto::kOk) {
+    outLen = run.out.size() - written;
+    run.final = crypto::CipherFinal(h, run.out.data() + written, &outLen);
+    if (run.final == crypto::kOk || run.final == crypto::kErrPaddingCheck) written += outLen;
+  }
+  run.out.resize(written);
+  return run;
+}
+
+}  // namespace nivra::testing
