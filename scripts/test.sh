@@ -21,6 +21,10 @@ trap cleanup EXIT
 # exiting just as the next program connects ("recvmsg: Connection reset by peer").
 "$top/scripts/wine-prefix.sh" "$WINEPREFIX"
 wineserver -k >/dev/null 2>&1 || true  # a session left on another display cannot show windows
+wineserver -w
 wineserver -p
+# Start the session's own processes (services, device drivers) now, with no terminal: started by
+# the first test instead, they would keep that test's output pipe open for the whole run.
+wine cmd /c exit </dev/null >/dev/null 2>&1 || true
 ctest --test-dir "$build/win64" -j "$jobs" --output-on-failure || status=1
 exit $status
