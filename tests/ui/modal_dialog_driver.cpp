@@ -6,11 +6,17 @@
 namespace nivra::uitest {
 namespace {
 
-constexpr DWORD kPollMs = 20;
-
 BOOL CALLBACK CollectWindow(HWND hwnd, LPARAM out) {
   reinterpret_cast<std::vector<HWND>*>(out)->push_back(hwnd);
   return TRUE;
+}
+
+// Polls done() every 20 ms for up to timeoutMs; its last answer.
+template <class Done>
+bool Poll(Done done, DWORD timeoutMs) {
+  for (ULONGLONG deadline = GetTickCount64() + timeoutMs; !done(); Sleep(20))
+    if (GetTickCount64() >= deadline) return false;
+  return true;
 }
 
 }  // namespace
@@ -35,26 +41,20 @@ ModalDialogRun::~ModalDialogRun() {
 }
 
 HWND ModalDialogRun::WaitForDialog(const wchar_t* title, HWND except, DWORD timeoutMs) {
-  ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  do {
-    HWND found = nullptr;
+  HWND found = nullptr;
+  Poll([&] {
     while ((found = FindWindowExW(nullptr, found, L"#32770", title)) != nullptr) {
       if (found != except && GetWindowThreadProcessId(found, nullptr) == threadId_.load() &&
-          IsWindowVisible(found)) {
-        return found;
-      }
+          IsWindowVisible(found))
+        return true;
     }
-    Sleep(kPollMs);
-  } while (GetTickCount64() < deadline);
-  return nullptr;
+    return false;
+  }, timeoutMs);
+  return found;
 }
 
 bool ModalDialogRun::Finished(INT_PTR* result, DWORD timeoutMs) {
-  ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  while (!done_.load()) {
-    if (GetTickCount64() >= deadline) return false;
-    Sleep(kPollMs);
-  }
+  if (!Poll([this] { return done_.load(); }, timeoutMs)) return false;
   *result = result_.load();
   return true;
 }
@@ -68,19 +68,13 @@ std::wstring WindowText(HWND hwnd) {
 HWND FindChildWithText(HWND parent, const std::wstring& text) {
   std::vector<HWND> children;
   EnumChildWindows(parent, &CollectWindow, reinterpret_cast<LPARAM>(&children));
-  for (HWND child : children) {
+  for (HWND child : children)
     if (WindowText(child) == text) return child;
-  }
   return nullptr;
 }
 
 bool WaitUntilGone(HWND hwnd, DWORD timeoutMs) {
-  ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  while (IsWindow(hwnd)) {
-    if (GetTickCount64() >= deadline) return false;
-    Sleep(kPollMs);
-  }
-  return true;
+  return Poll([hwnd] { return !IsWindow(hwnd); }, timeoutMs);
 }
 
 void PressButton(HWND dialog, int id) {
