@@ -1,5 +1,6 @@
 // Injected conditions seen through nivrap11fwd.dll under Wine: token removal and insertion with
-// blocking slot events on a connection of their own, and a helper that cannot be reached.
+// blocking slot events on a connection of their own, and a helper that cannot be reached. (What
+// removal does to sessions is the helper's, checked in helper_presence_test.cpp.)
 #include <windows.h>
 
 #include <chrono>
@@ -44,8 +45,7 @@ class ForwardedEvents : public ForwardedTest {
   }
 };
 
-TEST_F(ForwardedEvents, RemovalAndInsertionEndBlockedWaitsAndReachSessions) {
-  CK_SESSION_HANDLE session = OpenSession();
+TEST_F(ForwardedEvents, RemovalAndInsertionEndBlockedWaits) {
   HelperControl("slot-events on");
   CK_SLOT_ID none = 0;
   EXPECT_EQ(f_->C_WaitForSlotEvent(CKF_DONT_BLOCK, &none, nullptr), CKR_NO_EVENT);
@@ -54,19 +54,9 @@ TEST_F(ForwardedEvents, RemovalAndInsertionEndBlockedWaitsAndReachSessions) {
   CK_SLOT_INFO slot;
   EXPECT_EQ(f_->C_GetSlotInfo(slot_, &slot), CKR_OK);
   ExpectEventAfter(std::move(removal), "remove " + Hex(slot_));
-
   ASSERT_EQ(f_->C_GetSlotInfo(slot_, &slot), CKR_OK);
   EXPECT_EQ(slot.flags & CKF_TOKEN_PRESENT, 0u);
-  CK_TOKEN_INFO token;
-  EXPECT_EQ(f_->C_GetTokenInfo(slot_, &token), CKR_TOKEN_NOT_PRESENT);
-  CK_SESSION_INFO info;
-  EXPECT_EQ(f_->C_GetSessionInfo(session, &info), CKR_DEVICE_REMOVED);
-  CK_SESSION_HANDLE another = 0;
-  EXPECT_EQ(f_->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &another),
-            CKR_TOKEN_NOT_PRESENT);
-
   ExpectEventAfter(BlockedWait(), "insert " + Hex(slot_));
-  EXPECT_EQ(f_->C_GetSessionInfo(session, &info), CKR_SESSION_HANDLE_INVALID);
   EXPECT_EQ(f_->C_CloseSession(OpenSession()), CKR_OK);
 }
 
