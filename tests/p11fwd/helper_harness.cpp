@@ -3,7 +3,6 @@
 #include <stdlib.h>
 
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
