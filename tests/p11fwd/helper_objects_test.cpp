@@ -100,7 +100,8 @@ TEST_F(HelperObjects, AttributesArriveAtTheCallersWidth) {
   EXPECT_EQ(small.attributes[0].length, kNone);
   EXPECT_EQ(small.attributes[1].length, kNone);
   EXPECT_EQ(small.attributes[2].value, TextBytes("width_cspS"));
-  auto sensitive = Read(private_, {Query(CKA_PRIVATE_EXPONENT, true, 256), Query(CKA_KEY_TYPE, true, 4)});
+  auto sensitive =
+      Read(private_, {Query(CKA_PRIVATE_EXPONENT, true, 256), Query(CKA_KEY_TYPE, true, 4)});
   EXPECT_EQ(sensitive.rv, CKR_ATTRIBUTE_SENSITIVE);
   EXPECT_EQ(sensitive.attributes[0].length, kNone);
   EXPECT_EQ(sensitive.attributes[1].value, Ulong32(CKK_RSA));
@@ -162,7 +163,8 @@ TEST_F(HelperObjects, ContainersAreFoundAndReadWithTheirClass) {
   // Containers are public: found before login, and a search honours its maximum.
   ASSERT_EQ(client_.Call<WireOp::kLogout>({session_}).rv, CKR_OK);
   EXPECT_EQ(Find({ClassIs(kContainerClass), Label("NewName")}), Handles{other});
-  ASSERT_EQ(client_.Call<WireOp::kFindObjectsInit>({session_, 0, {ClassIs(kContainerClass)}}).rv, CKR_OK);
+  ASSERT_EQ(client_.Call<WireOp::kFindObjectsInit>({session_, 0, {ClassIs(kContainerClass)}}).rv,
+            CKR_OK);
   EXPECT_EQ(client_.Call<WireOp::kFindObjectsInit>({session_, 0, {}}).rv, CKR_OPERATION_ACTIVE);
   for (size_t expected : {1u, 1u, 0u})
     EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 1}).ids.size(), expected);

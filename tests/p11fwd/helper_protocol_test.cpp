@@ -35,7 +35,8 @@ uint32_t Answer(WireSocket& socket, WireOp op, const Bytes& body) {
 }
 
 uint32_t Hello(WireSocket& socket, uint32_t version = p11wire::kWireProtocolVersion) {
-  return Answer<p11wire::HelloReply>(socket, WireOp::kHello, EncodeBody(p11wire::HelloRequest{version, 77}));
+  p11wire::HelloRequest hello = {version, 77};
+  return Answer<p11wire::HelloReply>(socket, WireOp::kHello, EncodeBody(hello));
 }
 
 using HelperProtocol = HelperTest;  // with connections of its own

@@ -2,6 +2,7 @@
 // checked against SoftHSM2 in helper_objects_test.cpp).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "tests/p11fwd/wire_test_values.h"
@@ -17,12 +18,12 @@ constexpr auto Value = p11test::ValueAttribute;
 constexpr auto Text = p11test::TextBytes;
 const Bytes kContainerClass = {0x01, 0, 0, 0x80};
 
-// The values of `type` in the template, in order.
-std::vector<Bytes> ValuesOf(const WireTemplate& t, uint32_t type) {
-  std::vector<Bytes> values;
-  for (const WireAttribute& a : t)
-    if (a.type == type) values.push_back(a.value);
-  return values;
+// A template as (type, value) pairs in type order, for comparing whole templates.
+std::vector<std::pair<uint32_t, Bytes>> Sorted(const WireTemplate& t) {
+  std::vector<std::pair<uint32_t, Bytes>> pairs;
+  for (const WireAttribute& a : t) pairs.emplace_back(a.type, a.value);
+  std::sort(pairs.begin(), pairs.end());
+  return pairs;
 }
 
 TEST(VendorMarker, NamesTheClassInEightHexDigitsAndNothingElseParses) {
@@ -39,32 +40,34 @@ TEST(VendorMarker, NamesTheClassInEightHexDigitsAndNothingElseParses) {
 }
 
 TEST(VendorRewrite, OnlyVendorClassesBecomeMarkedDataObjectsPublicByDefault) {
-  WireTemplate created = {Value(CKA_CLASS, kContainerClass), Value(CKA_LABEL, Text("Box")),
-                          Value(CKA_APPLICATION, Text("caller"))};
-  EXPECT_EQ(RewriteClassForStorage(&created, true), ClassUse::kVendor);
-  EXPECT_EQ(ValuesOf(created, CKA_CLASS), std::vector<Bytes>{Bytes(4, 0)});  // CKO_DATA
-  EXPECT_EQ(ValuesOf(created, CKA_APPLICATION),
-            std::vector<Bytes>{Text("nivra-vendor-class-80000001")});
-  EXPECT_EQ(ValuesOf(created, CKA_PRIVATE), std::vector<Bytes>{Bytes{CK_FALSE}});
-  EXPECT_EQ(ValuesOf(created, CKA_LABEL), std::vector<Bytes>{Text("Box")});
-
-  WireTemplate privateOne = {Value(CKA_CLASS, kContainerClass), Value(CKA_PRIVATE, {CK_TRUE})};
-  RewriteClassForStorage(&privateOne, true);
-  EXPECT_EQ(ValuesOf(privateOne, CKA_PRIVATE), std::vector<Bytes>{Bytes{CK_TRUE}});
-  // A search gets the marker but no privacy it did not ask for.
-  WireTemplate search = {Value(CKA_CLASS, kContainerClass)};
-  EXPECT_EQ(RewriteClassForStorage(&search, false), ClassUse::kVendor);
-  EXPECT_TRUE(ValuesOf(search, CKA_PRIVATE).empty());
-  EXPECT_EQ(ValuesOf(search, CKA_APPLICATION).size(), 1u);
-  // Standard classes are left alone.
-  WireTemplate data = {Value(CKA_CLASS, {0, 0, 0, 0})};
-  EXPECT_EQ(RewriteClassForStorage(&data, false), ClassUse::kData);
-  EXPECT_EQ(data.size(), 1u);
-  WireTemplate key = {Value(CKA_CLASS, {3, 0, 0, 0}), Value(CKA_ID, Text("k"))};
-  EXPECT_EQ(RewriteClassForStorage(&key, true), ClassUse::kAny);
-  EXPECT_EQ(key.size(), 2u);
-  WireTemplate none = {Value(CKA_ID, Text("k"))};
-  EXPECT_EQ(RewriteClassForStorage(&none, false), ClassUse::kAny);
+  const auto Marker = Value(CKA_APPLICATION, Text("nivra-vendor-class-80000001"));
+  const auto Data = Value(CKA_CLASS, {0, 0, 0, 0});
+  const auto Key = Value(CKA_CLASS, {3, 0, 0, 0});
+  struct Case {
+    WireTemplate given;
+    bool creating;
+    ClassUse use;
+    WireTemplate stored;
+  };
+  const Case cases[] = {
+      // The caller's application gives way to the marker; privacy is added only on creation.
+      {{Value(CKA_CLASS, kContainerClass), Value(CKA_LABEL, Text("Box")),
+        Value(CKA_APPLICATION, Text("a"))},
+       true, ClassUse::kVendor,
+       {Data, Value(CKA_LABEL, Text("Box")), Marker, Value(CKA_PRIVATE, {CK_FALSE})}},
+      {{Value(CKA_CLASS, kContainerClass), Value(CKA_PRIVATE, {CK_TRUE})}, true, ClassUse::kVendor,
+       {Data, Marker, Value(CKA_PRIVATE, {CK_TRUE})}},
+      {{Value(CKA_CLASS, kContainerClass)}, false, ClassUse::kVendor, {Data, Marker}},
+      // Standard classes are left alone.
+      {{Data}, false, ClassUse::kData, {Data}},
+      {{Key, Value(CKA_ID, Text("k"))}, true, ClassUse::kAny, {Key, Value(CKA_ID, Text("k"))}},
+      {{Value(CKA_ID, Text("k"))}, false, ClassUse::kAny, {Value(CKA_ID, Text("k"))}},
+  };
+  for (const Case& c : cases) {
+    WireTemplate t = c.given;
+    EXPECT_EQ(RewriteClassForStorage(&t, c.creating), c.use) << &c - cases;
+    EXPECT_EQ(Sorted(t), Sorted(c.stored)) << &c - cases;
+  }
 }
 
 }  // namespace

@@ -44,7 +44,8 @@ inline constexpr ExpectedText kExpectedTexts[] = {
 // Traditional Chinese for Taiwan (1028), English for every other language; "" for no text.
 inline const wchar_t* ExpectedUiText(uint16_t langId, uint32_t number) {
   for (const ExpectedText& t : kExpectedTexts)
-    if (t.number == number) return langId == 2052 ? t.simplified : langId == 1028 ? t.traditional : t.english;
+    if (t.number == number)
+      return langId == 2052 ? t.simplified : langId == 1028 ? t.traditional : t.english;
   return L"";
 }
 
