@@ -62,7 +62,8 @@ Bytes OpenSslCmac(const Bytes& key24, const Bytes& msg) {
   EVP_MAC* mac = EVP_MAC_fetch(nullptr, "CMAC", nullptr);
   EVP_MAC_CTX* ctx = mac ? EVP_MAC_CTX_new(mac) : nullptr;
   char cipherName[] = "DES-EDE3-CBC";
-  OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_CIPHER, cipherName, 0), OSSL_PARAM_construct_end()};
+  OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_CIPHER, cipherName, 0),
+                         OSSL_PARAM_construct_end()};
   Bytes out(8);
   size_t len = 0;
   const bool ok = ctx != nullptr && EVP_MAC_init(ctx, key24.data(), key24.size(), params) == 1 &&
@@ -85,7 +86,7 @@ TEST(CipherMacOpenSsl, TagsMatchTheirStandardConstructions) {
     if (key.size() > 8) {
       EXPECT_EQ(MacOf(key, kCipherModeIsoMac3, msg), IsoMac3Reference(key, msg)) << "len " << msg.size();
     }
-    EXPECT_EQ(MacOf(key, kCipherModeCmac, msg), CmacReference(key, msg)) << "keyLen " << key.size() << " len " << msg.size();
+    EXPECT_EQ(MacOf(key, kCipherModeCmac, msg), CmacReference(key, msg)) << key.size() << " len " << msg.size();
     Bytes padded = msg;
     padded.resize((msg.size() / 8 + 1) * 8, 0);
     const Bytes iv = RandomBytes(rng, 8);

@@ -21,7 +21,8 @@ TEST(CipherOpenSsl, EcbAndCbcMatchOpenSslOnRandomInputs) {
     const bool cbc = rng() % 2 == 0, pkcs7 = rng() % 2 == 0;
     const size_t len = rng() % (i < 299 ? 200 : 1 << 20);  // the last message about a megabyte
     const Bytes plain = RandomBytes(rng, pkcs7 ? len : len / 8 * 8);
-    ScopedCipher c(key, CipherModeWord(cbc ? kCipherModeCbc : kCipherModeEcb, pkcs7 ? kCipherPadPkcs7 : kCipherPadNone), iv);
+    const uint16_t padding = pkcs7 ? kCipherPadPkcs7 : kCipherPadNone;
+    ScopedCipher c(key, CipherModeWord(cbc ? kCipherModeCbc : kCipherModeEcb, padding), iv);
     ASSERT_EQ(c.status(), kOk);
     const Bytes expected = EvpMessage(key, cbc, iv, plain, true, pkcs7);
     const MessageRun enc = RunMessage(c.get(), plain, true, {rng() % 20, 4095, 7});

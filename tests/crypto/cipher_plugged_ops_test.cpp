@@ -35,26 +35,19 @@ Status ToyStream(void* schedule, const uint8_t* in, size_t len, uint8_t* out) {
   return kOk;
 }
 
-// Block toy: out[i] = in[(i + 1) % 16] ^ key[i]; decryption undoes it.
-Bytes WideEncrypt(const Bytes& key, const uint8_t* in) {
+// Block toy, its own inverse: out[i] = in[15 - i] ^ key[i] ^ key[15 - i].
+Bytes WideBlock(const uint8_t* key, const uint8_t* in) {
   Bytes t(kWide);
-  for (size_t i = 0; i < kWide; ++i) t[i] = in[(i + 1) % kWide] ^ key[i];
+  for (size_t i = 0; i < kWide; ++i) t[i] = in[kWide - 1 - i] ^ key[i] ^ key[kWide - 1 - i];
   return t;
 }
-Status ToyEncryptBlock(const void* schedule, const uint8_t* in, uint8_t* out, uint32_t) {
-  const auto* key = static_cast<const uint8_t*>(schedule);
-  std::memcpy(out, WideEncrypt(Bytes(key, key + kWide), in).data(), kWide);
-  return kOk;
-}
-Status ToyDecryptBlock(const void* schedule, const uint8_t* in, uint8_t* out, uint32_t) {
-  uint8_t t[kWide];
-  for (size_t i = 0; i < kWide; ++i) t[(i + 1) % kWide] = in[i] ^ static_cast<const uint8_t*>(schedule)[i];
-  std::memcpy(out, t, kWide);
+Status ToyBlock(const void* schedule, const uint8_t* in, uint8_t* out, uint32_t) {
+  std::memcpy(out, WideBlock(static_cast<const uint8_t*>(schedule), in).data(), kWide);
   return kOk;
 }
 
 const CipherOps kStreamOps = {ToySetup, nullptr, nullptr, ToyFree, ToyStream, ToyStream, ToyClone};
-const CipherOps kWideOps = {ToySetup, ToyEncryptBlock, ToyDecryptBlock, ToyFree, nullptr, nullptr, ToyClone};
+const CipherOps kWideOps = {ToySetup, ToyBlock, ToyBlock, ToyFree, nullptr, nullptr, ToyClone};
 const Bytes kKey = Hex("102132435465768798a9bacbdcedfe0f");
 
 TEST(CipherPluggedOps, StreamCipherTakesWholeBuffers) {
@@ -93,15 +86,15 @@ TEST(CipherPluggedOps, SixteenByteBlocksPadChainAndFoldTheIsoMac3Tag) {
   const MessageRun enc = RunMessage(h, msg, true);
   ASSERT_EQ(enc.final, kOk);
   // Block 1 = E(m1), block 2 = E(E(m1) ^ (ab 0f*15)).
-  const Bytes c1 = WideEncrypt(kKey, msg.data());
-  const Bytes c2 = WideEncrypt(kKey, XorBytes(Concat({0xAB}, Bytes(15, 15)), c1).data());
+  const Bytes c1 = WideBlock(kKey.data(), msg.data());
+  const Bytes c2 = WideBlock(kKey.data(), XorBytes(Concat({0xAB}, Bytes(15, 15)), c1).data());
   EXPECT_EQ(enc.out, Concat(c1, c2));
   EXPECT_EQ(RunMessage(h, enc.out, false).out, msg);
   // The tag of 16-byte blocks is the xor of the last block's halves.
   ASSERT_EQ(CipherSetMode(h, CipherModeWord(kCipherModeIsoMac3, kCipherPadNone)), kOk);
   const MessageRun mac = RunMessage(h, Hex("010203"), true);
   ASSERT_EQ(mac.final, kOk);
-  const Bytes t = WideEncrypt(kKey, Concat(Hex("01020380"), Bytes(12, 0)).data());
+  const Bytes t = WideBlock(kKey.data(), Concat(Hex("01020380"), Bytes(12, 0)).data());
   EXPECT_EQ(mac.out, XorBytes(Bytes(t.begin(), t.begin() + 8), Bytes(t.begin() + 8, t.end())));
   EXPECT_EQ(CipherDestroy(h), kOk);
 }

@@ -48,9 +48,11 @@ std::vector<size_t> RandomSplit(std::mt19937& rng, size_t total) {
 TEST(CipherStreaming, AnySplitOfTheInputGivesTheOneCallOutput) {
   const struct {
     uint16_t mode, padding;
-  } modes[] = {{kCipherModeEcb, kCipherPadNone},  {kCipherModeEcb, kCipherPadPkcs7},     {kCipherModeCbc, kCipherPadNone},
-               {kCipherModeCbc, kCipherPadPkcs7}, {kCipherModeCbc, kCipherPadAnsiX923}, {kCipherModeCtr, kCipherPadNone},
-               {kCipherModeCmac, kCipherPadNone}, {kCipherModeIsoMac3, kCipherPadNone}, {kCipherModeCbcMac, kCipherPadNone}};
+  } modes[] = {{kCipherModeEcb, kCipherPadNone},     {kCipherModeEcb, kCipherPadPkcs7},
+               {kCipherModeCbc, kCipherPadNone},     {kCipherModeCbc, kCipherPadPkcs7},
+               {kCipherModeCbc, kCipherPadAnsiX923}, {kCipherModeCtr, kCipherPadNone},
+               {kCipherModeCmac, kCipherPadNone},    {kCipherModeIsoMac3, kCipherPadNone},
+               {kCipherModeCbcMac, kCipherPadNone}};
   std::mt19937 rng(20240917);
   for (const auto& m : modes) {
     ScopedCipher c(kKey, CipherModeWord(m.mode, m.padding), kIv);
@@ -231,7 +233,8 @@ TEST(CipherHandles, GarbageAndStaleHandlesAreInvalid) {
   ASSERT_EQ(CipherDestroy(dead), kOk);
   const Bytes block(8, 0x11);
   for (CipherHandle h : {CipherHandle{0}, kCipherHandleBias, dead, live.get() + 8, live.get() - 1,
-                         live.get() - kCipherHandleBias, reinterpret_cast<CipherHandle>(block.data()) + kCipherHandleBias,
+                         live.get() - kCipherHandleBias,
+                         reinterpret_cast<CipherHandle>(block.data()) + kCipherHandleBias,
                          CipherHandle{0xDEADBEEFu}, ~CipherHandle{0}}) {
     Bytes out(16);
     size_t len = out.size();

@@ -1,6 +1,6 @@
 // Hash objects behind biased handles: the handle arithmetic, duplicates, argument errors, handles
 // that name no live object (garbage, destroyed, shifted, forged records, a broken self pointer),
-// and objects and destroys racing in many threads. Digests are checked against the NIST vectors.
+// and destroys racing on one handle. Digests are checked against the NIST vectors.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -76,7 +76,8 @@ TEST(HashObject, HandlesThatNameNoLiveObject) {
   const HashObject forgedBefore = forged;
   Bytes out(20);
   for (HashHandle h : {HashHandle{0}, kHashHandleBias, HashHandle{1}, HashHandle{0xDEADBEEF}, ~HashHandle{0},
-                       reinterpret_cast<HashHandle>(out.data()) + kHashHandleBias, dead, live + 8, live - kHashHandleBias,
+                       reinterpret_cast<HashHandle>(out.data()) + kHashHandleBias, dead, live + 8,
+                       live - kHashHandleBias,
                        reinterpret_cast<HashHandle>(&forged) + kHashHandleBias}) {
     EXPECT_EQ(Update(h, "xyz"), kErrInvalidHandle) << h;
     EXPECT_EQ(HashFinal(h, out.data()), kErrInvalidHandle) << h;
@@ -96,40 +97,22 @@ TEST(HashObject, HandlesThatNameNoLiveObject) {
   EXPECT_EQ(HashDestroy(live), kOk);
 }
 
-// Each thread owns its objects (no locks in the object itself) while the live-object registry is
-// shared; then destroys racing on one handle must free it exactly once.
-TEST(HashObject, ThreadsShareTheRegistryAndRacingDestroysFreeOnce) {
-  const Bytes message(1000, 'a');
-  const Bytes expected = Hex("291e9a6c66994949b57ba5e650361e98fc36b1ba");  // SHA-1('a' x 1000)
-  std::atomic<int> failures{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 300; ++i) {
-        const size_t split = static_cast<size_t>((t * 131 + i * 17) % 1000);
-        HashHandle h = 0;
-        Bytes out(20);
-        if (HashCreate(&h) != kOk || HashUpdate(h, message.data(), split) != kOk ||
-            HashUpdate(h, message.data() + split, message.size() - split) != kOk || HashFinal(h, out.data()) != kOk ||
-            out != expected || HashDestroy(h) != kOk) {
-          ++failures;
-        }
-      }
-    });
-  }
-  for (auto& th : threads) th.join();
-  EXPECT_EQ(failures.load(), 0);
+// Destroys racing on one handle free it exactly once: one succeeds, the others find no live
+// object. (Concurrent creation and use through the same live-record registry is exercised by
+// the RSA handle tests.)
+TEST(HashObject, RacingDestroysFreeOnce) {
   for (int round = 0; round < 200; ++round) {
     HashHandle h = 0;
     ASSERT_EQ(HashCreate(&h), kOk);
     std::atomic<int> succeeded{0}, rejected{0};
     std::atomic<bool> go{false};
-    threads.clear();
+    std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&] {
         while (!go.load()) std::this_thread::yield();
         const Status status = HashDestroy(h);
-        ++(status == kOk ? succeeded : status == kErrInvalidHandle ? rejected : failures);
+        succeeded += status == kOk;
+        rejected += status == kErrInvalidHandle;
       });
     }
     go = true;

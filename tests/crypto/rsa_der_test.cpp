@@ -14,7 +14,8 @@ Status TryImport(uint32_t form, const Bytes& der, uint32_t* bits = nullptr) {
   CRSA* key = reinterpret_cast<CRSA*>(0x1);  // must stay untouched on failure
   uint32_t localBits = 0;
   static const uint8_t kNothing[1] = {0};
-  const Status status = RsaImportKey(&key, bits ? bits : &localBits, form, der.empty() ? kNothing : der.data(), der.size());
+  const uint8_t* data = der.empty() ? kNothing : der.data();  // an empty input, not a null one
+  const Status status = RsaImportKey(&key, bits ? bits : &localBits, form, data, der.size());
   if (status == kOk) RsaDestroyKey(key);
   else EXPECT_EQ(key, reinterpret_cast<CRSA*>(0x1)) << "a failed import hands out no key";
   return status;
@@ -89,10 +90,11 @@ TEST(RsaDerImport, EveryKindOfMalformedInputIsRefused) {
       {"integer header cut off", kRsaFormPublic, Hex("3005 02020ca1 02")},
   };
   for (const auto& c : cases) EXPECT_EQ(TryImport(c.form, c.der), kErrMalformedDer) << c.what;
-  for (const auto& [form, full] : {std::pair{kRsaFormPublic, kTinyPublicDer}, std::pair{kRsaFormPrivate, kTinyPrivateDer},
+  for (const auto& [form, full] : {std::pair{kRsaFormPublic, kTinyPublicDer},
+                                   std::pair{kRsaFormPrivate, kTinyPrivateDer},
                                    std::pair{kRsaFormShortPrivate, kTinyShortPrivateDer}}) {
     for (size_t len = 0; len < full.size(); ++len) {
-      EXPECT_EQ(TryImport(form, Bytes(full.begin(), full.begin() + len)), kErrMalformedDer) << "form " << form << " cut to " << len;
+      EXPECT_EQ(TryImport(form, Bytes(full.begin(), full.begin() + len)), kErrMalformedDer) << form << " to " << len;
     }
   }
 }

@@ -18,9 +18,8 @@ TEST(RsaKeyGeneration, SizesPrimeOrderDistanceAndTheExponentRule) {
     uint32_t bits, e;
   } cases[] = {{512, 65537}, {513, 65537}, {1023, 17}, {1024, 3}, {1024, 65537}};
   for (const auto& c : cases) {
-    CRSA* raw = nullptr;
-    ASSERT_EQ(RsaGenerateKey(&raw, c.bits, c.e), kOk);
-    const KeyPtr key(raw);
+    const KeyPtr key = GenerateKey(c.bits, c.e);
+    ASSERT_NE(key, nullptr);
     EXPECT_EQ(key->n.BitLength(), c.bits);
     EXPECT_EQ(key->p.BitLength(), (c.bits + 1) / 2);
     EXPECT_EQ(key->q.BitLength(), c.bits / 2);
@@ -41,9 +40,8 @@ TEST(RsaKeyGeneration, SizesPrimeOrderDistanceAndTheExponentRule) {
 }
 
 TEST(RsaKeyGeneration, GeneratedPairWorksByBothPrivatePaths) {
-  CRSA* raw = nullptr;
-  ASSERT_EQ(RsaGenerateKey(&raw, 1024, 65537), kOk);
-  const KeyPtr key(raw);
+  const KeyPtr key = GenerateKey(1024, 65537);
+  ASSERT_NE(key, nullptr);
   const KeyPtr shortKey = ImportKey(kRsaFormShortPrivate, ExportKey(key.get(), kRsaFormShortPrivate));
   const size_t k = key->ModulusBytes();
   const Bytes secret = {1, 2, 3, 4, 5, 6, 7, 8};

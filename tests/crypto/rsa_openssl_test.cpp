@@ -36,10 +36,7 @@ Bytes Sha1(const std::string& message) {
 
 // A key generated here and loaded into OpenSSL from our DER.
 struct SharedKey {
-  SharedKey(uint32_t bits, uint32_t e) {
-    CRSA* raw = nullptr;
-    EXPECT_EQ(RsaGenerateKey(&raw, bits, e), kOk);
-    ours.reset(raw);
+  SharedKey(uint32_t bits, uint32_t e) : ours(GenerateKey(bits, e)) {
     if (ours == nullptr) return;
     der = ExportKey(ours.get(), kRsaFormPrivate);
     const unsigned char* p = der.data();
@@ -98,7 +95,8 @@ TEST(RsaWithOpenSsl, EncryptionAndV15SignaturesBothWays) {
   for (int padding : {RSA_PKCS1_PADDING, RSA_PKCS1_OAEP_PADDING}) {
     // OpenSSL encrypts, we decrypt.
     Bytes cipher(k), block(k), recovered(k);
-    ASSERT_EQ(RSA_public_encrypt(static_cast<int>(secret.size()), secret.data(), cipher.data(), key.theirs.get(), padding), k);
+    const int secretLen = static_cast<int>(secret.size());
+    ASSERT_EQ(RSA_public_encrypt(secretLen, secret.data(), cipher.data(), key.theirs.get(), padding), k);
     ASSERT_EQ(RsaPrivate(key.ours.get(), cipher.data(), k, block.data(), nullptr), kOk);
     size_t len = recovered.size();
     const uint8_t* data = recovered.data();
@@ -118,7 +116,7 @@ TEST(RsaWithOpenSsl, EncryptionAndV15SignaturesBothWays) {
   const Bytes digest = Sha1("sign me");
   Bytes info(35), block(k), signature(k);
   size_t infoLen = 0;
-  ASSERT_EQ(DigestInfoEncode(DigestAlgorithm::kSha1, digest.data(), digest.size(), info.data(), info.size(), &infoLen), kOk);
+  ASSERT_EQ(DigestInfoEncode(DigestAlgorithm::kSha1, digest.data(), 20, info.data(), info.size(), &infoLen), kOk);
   ASSERT_EQ(Pkcs1PadType1(block.data(), k, info.data(), info.size()), kOk);
   ASSERT_EQ(RsaPrivate(key.ours.get(), block.data(), k, signature.data(), nullptr), kOk);
   EXPECT_EQ(RSA_verify(NID_sha1, digest.data(), 20, signature.data(), k, key.theirs.get()), 1);
@@ -141,9 +139,9 @@ TEST(RsaWithOpenSsl, PssWithoutSaltVerifiesAtEveryTopByteShape) {
     Bytes em(key.k), signature(key.k), recovered(key.k);
     ASSERT_EQ(PssEncode(bits, em.data(), mHash.data(), mHash.size()), kOk);
     ASSERT_EQ(RsaPrivate(key.ours.get(), em.data(), key.k, signature.data(), nullptr), kOk);
-    ASSERT_EQ(RSA_public_decrypt(static_cast<int>(key.k), signature.data(), recovered.data(), key.theirs.get(), RSA_NO_PADDING),
-              static_cast<int>(key.k));
-    EXPECT_EQ(RSA_verify_PKCS1_PSS(key.theirs.get(), mHash.data(), EVP_sha1(), recovered.data(), 0), 1) << bits << " bits";
+    const int k = static_cast<int>(key.k);
+    ASSERT_EQ(RSA_public_decrypt(k, signature.data(), recovered.data(), key.theirs.get(), RSA_NO_PADDING), k);
+    EXPECT_EQ(RSA_verify_PKCS1_PSS(key.theirs.get(), mHash.data(), EVP_sha1(), recovered.data(), 0), 1) << bits;
   }
 }
 

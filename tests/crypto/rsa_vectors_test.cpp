@@ -3,6 +3,8 @@
 // decryption with its seeds (MGF1 on both masks), and the published DER encodings of a key.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "crypto/digest_info.h"
 #include "crypto/pkcs1.h"
 #include "crypto/pkcs1_hash.h"
@@ -61,24 +63,20 @@ struct VectorKey {
 
 // Keys in the order of the file, each with the examples that follow it.
 std::vector<VectorKey> ReadKeys(const std::string& path) {
-  std::vector<VectorKey> keys(1);
+  static const std::map<std::string, Bytes VectorKey::*> kComponents = {
+      {"Modulus", &VectorKey::n},           {"Public exponent", &VectorKey::e},   {"Prime 1", &VectorKey::p},
+      {"Prime 2", &VectorKey::q},           {"Prime exponent 1", &VectorKey::dP}, {"Prime exponent 2", &VectorKey::dQ},
+      {"Coefficient", &VectorKey::qInv}};
+  std::vector<VectorKey> keys;
+  VectorKey current;
   for (const auto& [label, bytes] : ReadEntries(path)) {
-    VectorKey& k = keys.back();
-    if (label == "Modulus") k.n = bytes;
-    else if (label == "Public exponent") k.e = bytes;
-    else if (label == "Exponent") (k.e.empty() ? k.e : k.d) = bytes;
-    else if (label == "Prime 1") k.p = bytes;
-    else if (label == "Prime 2") k.q = bytes;
-    else if (label == "Prime exponent 1") k.dP = bytes;
-    else if (label == "Prime exponent 2") k.dQ = bytes;
-    else if (label == "Coefficient") {
-      k.qInv = bytes;
-      keys.emplace_back();  // the next key; examples belong to the one just completed
-    } else if (label == "Message to be signed" || label == "Message") keys[keys.size() - 2].examples.push_back({bytes, {}, {}});
-    else if (label == "Seed") keys[keys.size() - 2].examples.back().seed = bytes;
-    else if (label == "Signature" || label == "Encryption") keys[keys.size() - 2].examples.back().result = bytes;
+    if (kComponents.count(label)) current.*kComponents.at(label) = bytes;
+    else if (label == "Exponent") (current.e.empty() ? current.e : current.d) = bytes;  // public, then private
+    else if (label == "Message to be signed" || label == "Message") keys.back().examples.push_back({bytes, {}, {}});
+    else if (label == "Seed") keys.back().examples.back().seed = bytes;
+    else if (label == "Signature" || label == "Encryption") keys.back().examples.back().result = bytes;
+    if (label == "Coefficient") keys.push_back(std::exchange(current, VectorKey()));
   }
-  keys.pop_back();
   return keys;
 }
 

@@ -36,7 +36,7 @@ inline Bytes Hex(const std::string& text) {
   }
   if (digits.size() % 2 != 0) throw std::runtime_error("odd hexadecimal length");
   Bytes out(digits.size() / 2);
-  for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<uint8_t>(std::stoi(digits.substr(2 * i, 2), nullptr, 16));
+  for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<uint8_t>(std::stoi(digits.substr(2 * i, 2), 0, 16));
   return out;
 }
 
@@ -113,6 +113,12 @@ using KeyPtr = std::unique_ptr<crypto::CRSA, KeyDeleter>;
 inline KeyPtr ImportKey(uint32_t form, const Bytes& der) {
   crypto::CRSA* key = nullptr;
   EXPECT_EQ(crypto::RsaImportKey(&key, nullptr, form, der.data(), der.size()), crypto::kOk);
+  return KeyPtr(key);
+}
+
+inline KeyPtr GenerateKey(uint32_t bits, uint32_t e) {
+  crypto::CRSA* key = nullptr;
+  EXPECT_EQ(crypto::RsaGenerateKey(&key, bits, e), crypto::kOk);
   return KeyPtr(key);
 }
 
