@@ -46,8 +46,9 @@ bool CertificateSubject(const uint8_t* der, uint32_t length, std::vector<uint8_t
   return true;
 }
 
-CK_RV CreateCertificate(CK_SESSION_HANDLE session, const KeyId& id, const uint8_t* der,
-                        uint32_t derLength) {
+// Creates the certificate object; a token that insists on CKA_SUBJECT gets it in a second attempt.
+Status CreateCertificate(CK_SESSION_HANDLE session, const KeyId& id, const uint8_t* der,
+                         uint32_t derLength) {
   AttributeList object;
   object.AddValue(CKA_CLASS, kCertificateClass);
   object.AddValue(CKA_CERTIFICATE_TYPE, kX509);
@@ -58,9 +59,16 @@ CK_RV CreateCertificate(CK_SESSION_HANDLE session, const KeyId& id, const uint8_
   CK_OBJECT_HANDLE created = 0;
   CK_RV rv = P11()->C_CreateObject(session, object.data(), object.count(), &created);
   std::vector<uint8_t> subject;
-  if (rv != CKR_TEMPLATE_INCOMPLETE || !CertificateSubject(der, derLength, &subject)) return rv;
+  if (rv != CKR_TEMPLATE_INCOMPLETE || !CertificateSubject(der, derLength, &subject)) {
+    return MapCkrToError(rv);
+  }
+  // A token may keep the half-made object of a refused creation (SoftHSM2 does). The old
+  // certificate was removed before, so any certificate with this ID now is such a leftover.
+  Status status = DestroyKeyObjectsById(session, id.bytes, id.length,
+                                        KeyObjectSweep::kCertificatesOnly);
+  if (status != kOk) return status;
   object.Add(CKA_SUBJECT, subject.data(), subject.size());
-  return P11()->C_CreateObject(session, object.data(), object.count(), &created);
+  return MapCkrToError(P11()->C_CreateObject(session, object.data(), object.count(), &created));
 }
 
 }  // namespace
@@ -83,7 +91,7 @@ Status WriteCertificate(provider::ProviderContext& ctx, SlotDevice& device, uint
     rv = P11()->C_DestroyObject(session, old);
     if (rv != CKR_OK) return MapCkrToError(rv);
   }
-  return MapCkrToError(CreateCertificate(session, id, der, derLength));
+  return CreateCertificate(session, id, der, derLength);
 }
 
 Status ReadCertificate(provider::ProviderContext& ctx, SlotDevice& device, uint32_t keySpec,

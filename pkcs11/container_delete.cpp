@@ -18,10 +18,12 @@ CK_RV ShouldDestroy(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, KeyObjec
   CK_RV rv = ReadUlongAttribute(session, object, CKA_CLASS, &objectClass);
   if (rv != CKR_OK) return rv;
   CK_ULONG type = 0;
-  if (objectClass == CKO_PUBLIC_KEY || objectClass == CKO_PRIVATE_KEY) {
+  const bool keys = sweep != KeyObjectSweep::kCertificatesOnly;
+  const bool certificates = sweep != KeyObjectSweep::kKeysOnly;
+  if (keys && (objectClass == CKO_PUBLIC_KEY || objectClass == CKO_PRIVATE_KEY)) {
     rv = ReadUlongAttribute(session, object, CKA_KEY_TYPE, &type);
     *destroy = rv == CKR_OK && type == CKK_RSA;
-  } else if (objectClass == CKO_CERTIFICATE && sweep == KeyObjectSweep::kKeysAndCertificates) {
+  } else if (certificates && objectClass == CKO_CERTIFICATE) {
     rv = ReadUlongAttribute(session, object, CKA_CERTIFICATE_TYPE, &type);
     *destroy = rv == CKR_OK && type == CKC_X_509;
   }

@@ -46,6 +46,10 @@ Status ImportKeyPair(provider::ProviderContext& ctx, SlotDevice& device, uint32_
   ImportPrivateTemplate({id, idLength}, key, false, &privateTemplate);
   CK_RV rv = CreateObject(session, privateTemplate);
   if (WantsCompleteKey(rv)) {
+    // A token may keep the half-made object of a refused creation (SoftHSM2 does): the only RSA
+    // keys with this ID now are such leftovers, and they go before the second attempt.
+    status = DestroyKeyObjectsById(session, id, idLength, KeyObjectSweep::kKeysOnly);
+    if (status != kOk) return status;
     AttributeList completeTemplate;
     ImportPrivateTemplate({id, idLength}, key, true, &completeTemplate);
     rv = CreateObject(session, completeTemplate);

@@ -1,6 +1,7 @@
 #include "pkcs11/slot_session.h"
 
 #include <cstring>
+#include <mutex>
 
 #include "pkcs11/ckr_mapping.h"
 #include "pkcs11/module_loader.h"
@@ -10,13 +11,24 @@ namespace nivra::pkcs11 {
 
 using provider::kOk;
 
+namespace {
+
+// Guards the session field of every record, so that two threads never open two sessions for one
+// slot and the monitor never closes a session while a context replaces it. It is the innermost
+// lock: taken after the card's lock or the slot-table mutex, never while waiting for another.
+std::mutex& SessionFieldLock() {
+  // Never destroyed: the monitor thread may be ended inside it when the process exits.
+  static std::mutex* lock = new std::mutex;
+  return *lock;
+}
+
+}  // namespace
+
 Status EnsureSlotSession(P11Slot& slot) {
   if (slot.remote) return kOk;
   CK_FUNCTION_LIST* p11 = P11();
   if (p11 == nullptr) return provider::kNteFail;
-  // The session handle is a record field: opened and closed under the slot-table mutex, so two
-  // threads never open two sessions for one slot.
-  SlotTableLock lock;
+  std::lock_guard<std::mutex> lock(SessionFieldLock());
   if (slot.session != 0) {
     CK_SESSION_INFO info{};
     CK_RV rv = p11->C_GetSessionInfo(slot.session, &info);
@@ -32,7 +44,7 @@ Status EnsureSlotSession(P11Slot& slot) {
 
 void CloseSlotSession(P11Slot& slot) {
   CK_FUNCTION_LIST* p11 = P11();
-  SlotTableLock lock;
+  std::lock_guard<std::mutex> lock(SessionFieldLock());
   if (slot.session != 0 && p11 != nullptr) p11->C_CloseSession(slot.session);
   slot.session = 0;
 }

@@ -88,6 +88,7 @@ Status LoginAndKeyId(provider::ProviderContext& ctx, SlotDevice& device, uint32_
 enum class KeyObjectSweep {
   kKeysAndCertificates,  // RSA public and private keys, X.509 certificates (container deletion)
   kKeysOnly,             // RSA public and private keys (a new pair replaces the old one)
+  kCertificatesOnly,     // X.509 certificates (what a refused certificate creation left)
 };
 
 // Destroys the objects with CKA_ID = id that the sweep names; objects of any other class or type
