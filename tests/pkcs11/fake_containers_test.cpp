@@ -27,6 +27,7 @@ class Containers : public FakeBackendTest {
  protected:
   void SetUp() override {
     FakeBackendTest::SetUp();
+    if (HasFatalFailure()) return;
     ASSERT_EQ(StartBackend(), 0u);
   }
   std::vector<CK_OBJECT_HANDLE> ContainersLabelled(uint32_t slot, const char* label) {
@@ -180,6 +181,7 @@ class ContainerSearch : public Containers {
  protected:
   void SetUp() override {
     Containers::SetUp();
+    if (HasFatalFailure()) return;
     fake.SetTokenPresent(1, 1);
     fake.RaiseEvent(kFakeFirstSlotId + 1);
     for (int i = 0; i < 500 && pkcs11::ModuleSlots().records[1].session == 0; ++i) Sleep(10);

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "fake_backend_fixture.h"
+#include "software_keys.h"
 #include "pkcs11/token_containers.h"
 #include "provider/card_dispatch.h"
 #include "provider/entries.h"
@@ -32,6 +33,7 @@ class KeyObjects : public FakeBackendTest {
  protected:
   void SetUp() override {
     FakeBackendTest::SetUp();
+    if (HasFatalFailure()) return;
     ASSERT_EQ(StartBackend(), 0u);
     LoginOnSlot(kSlot0);
   }
@@ -122,22 +124,6 @@ TEST_F(KeyObjects, GenerationReplacesTheRsaPairKeepsTheCertificateAndLoadsTheMod
   EXPECT_EQ(pair.modulus[127], 0xC1 - 127);
 }
 
-// A 1024-bit exchange pair made by Wine's software provider, as a PRIVATEKEYBLOB.
-Bytes SoftwarePrivateKeyBlob() {
-  HCRYPTPROV soft = 0;
-  EXPECT_TRUE(CryptAcquireContextW(&soft, nullptr, MS_STRONG_PROV_W, PROV_RSA_FULL,
-                                   CRYPT_VERIFYCONTEXT));
-  HCRYPTKEY key = 0;
-  EXPECT_TRUE(CryptGenKey(soft, AT_KEYEXCHANGE, (1024u << 16) | CRYPT_EXPORTABLE, &key));
-  DWORD length = 0;
-  EXPECT_TRUE(CryptExportKey(key, 0, PRIVATEKEYBLOB, 0, nullptr, &length));
-  Bytes blob(length);
-  EXPECT_TRUE(CryptExportKey(key, 0, PRIVATEKEYBLOB, 0, blob.data(), &length));
-  CryptDestroyKey(key);
-  CryptReleaseContext(soft, 0);
-  return blob;
-}
-
 // A value of the blob (offset, size), big-endian without leading zeros.
 Bytes BlobValue(const Bytes& blob, size_t offset, size_t size) {
   Bytes value(blob.rbegin() + (blob.size() - offset - size), blob.rbegin() + (blob.size() - offset));
@@ -193,6 +179,7 @@ class Certificates : public KeyObjects {
  protected:
   void SetUp() override {
     KeyObjects::SetUp();
+    if (HasFatalFailure()) return;
     cert = ReadCertificateFile();
     ASSERT_EQ(cert.size(), 702u) << "test vector missing";
     prov = NewContainer("crt");

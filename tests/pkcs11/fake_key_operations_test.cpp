@@ -40,6 +40,7 @@ class KeyOperations : public FakeBackendTest {
  protected:
   void SetUp() override {
     FakeBackendTest::SetUp();
+    if (HasFatalFailure()) return;
     ASSERT_EQ(StartBackend(), 0u);
     LoginOnSlot(kSlot0);
     ASSERT_EQ(Acquire("\\\\.\\Fake slot 0\\ops", CRYPT_NEWKEYSET, &prov), 0u);

@@ -6,18 +6,13 @@
 #include <string>
 
 #include "fake_backend_fixture.h"
-#include "modal_dialog_driver.h"
+#include "pin_dialog_answer.h"
 #include "pkcs11/slot_table.h"
 #include "provider/card_dispatch.h"
 #include "provider/entries.h"
-#include "ui/resource.h"
-#include "ui/ui_text.h"
 
 namespace nivra::p11test {
 namespace {
-
-using uitest::ModalDialogRun;
-using uitest::PressButton;
 
 constexpr DWORD kWrongChv = 0x8010006B;
 constexpr DWORD kChvBlocked = 0x8010006C;
@@ -33,6 +28,7 @@ class Login : public FakeBackendTest {
  protected:
   void SetUp() override {
     FakeBackendTest::SetUp();
+    if (HasFatalFailure()) return;
     ASSERT_EQ(StartBackend(), 0u);
     CreateOnToken(0, {Attr(CKA_CLASS, &kVendorClass, 4), Text(CKA_LABEL, "c1"),
                       Attr(CKA_TOKEN, &kYes, 1)});
@@ -63,18 +59,7 @@ class Login : public FakeBackendTest {
   // returns the status.
   DWORD ReloginThroughDialog(HCRYPTPROV prov, const wchar_t* typed) {
     provider::ProviderContext* ctx = &Context(prov);
-    ModalDialogRun run([ctx] { return static_cast<INT_PTR>(provider::CardRelogin(*ctx)); });
-    HWND dialog = run.WaitForDialog(ui::UiText(ui::kTextPinTitle));
-    EXPECT_NE(dialog, nullptr) << "the PIN dialog did not appear";
-    if (dialog != nullptr && typed != nullptr) {
-      SetDlgItemTextW(dialog, IDC_VERIFY_PIN_EDIT, typed);
-      PressButton(dialog, IDOK);
-    } else if (dialog != nullptr) {
-      PressButton(dialog, IDCANCEL);
-    }
-    INT_PTR result = -1;
-    EXPECT_TRUE(run.Finished(&result));
-    return static_cast<DWORD>(result);
+    return AnswerPinDialog([ctx] { return provider::CardRelogin(*ctx); }, typed);
   }
 };
 
@@ -171,20 +156,15 @@ TEST_F(Login, SigningWithoutLoginAsksOnceThenUsesTheSession) {
   fake.functions->C_CloseSession(session);
 
   provider::ProviderContext* ctx = &Context(prov);
-  ModalDialogRun run([ctx] {
-    uint8_t out[128];
-    uint32_t length = sizeof(out);
-    const uint8_t hash[20] = {};
-    return static_cast<INT_PTR>(
-        provider::CardPrivateKeyOp(*ctx, AT_SIGNATURE, 1, hash, sizeof(hash), out, &length));
-  });
-  HWND dialog = run.WaitForDialog(ui::UiText(ui::kTextPinTitle));
-  ASSERT_NE(dialog, nullptr);
-  SetDlgItemTextW(dialog, IDC_VERIFY_PIN_EDIT, L"1234");
-  PressButton(dialog, IDOK);
-  INT_PTR result = -1;
-  ASSERT_TRUE(run.Finished(&result));
-  EXPECT_EQ(result, 0);
+  const DWORD signed_ = AnswerPinDialog(
+      [ctx] {
+        uint8_t out[128];
+        uint32_t length = sizeof(out);
+        const uint8_t hash[20] = {};
+        return provider::CardPrivateKeyOp(*ctx, AT_SIGNATURE, 1, hash, sizeof(hash), out, &length);
+      },
+      L"1234");
+  EXPECT_EQ(signed_, 0u);
   const uint32_t logins = fake.CallCount("C_Login");
   uint8_t out[128];
   uint32_t length = sizeof(out);

@@ -89,6 +89,7 @@ class NoModuleConfigured : public FakeBackendTest {
  protected:
   void SetUp() override {
     FakeBackendTest::SetUp();
+    if (HasFatalFailure()) return;
     hive.RemoveModulePath();
   }
 };

@@ -35,7 +35,8 @@ struct FakeModuleControl {
   // The slot's description (at most 64 bytes; padded with blanks).
   void(__cdecl* SetSlotDescription)(uint32_t index, const char* text) = nullptr;
   // Strict templates, as SoftHSM2 has them: a private RSA key needs every component and an X.509
-  // certificate a CKA_SUBJECT (else CKR_TEMPLATE_INCOMPLETE).
+  // certificate a CKA_SUBJECT (else CKR_TEMPLATE_INCOMPLETE); like SoftHSM2, the refused object
+  // stays on the token as it was made.
   void(__cdecl* SetStrictTemplates)(int strict) = nullptr;
   // Every creation of an object of `objectClass` answers rv (CKR_OK: normal).
   void(__cdecl* SetCreateResult)(CK_OBJECT_CLASS objectClass, CK_RV rv) = nullptr;

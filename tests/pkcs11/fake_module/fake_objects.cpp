@@ -54,7 +54,10 @@ CK_RV CreateObject(CK_SESSION_HANDLE session, CK_ATTRIBUTE* attributes, CK_ULONG
         objectClass == CKO_PRIVATE_KEY && created.find(CKA_PRIVATE_EXPONENT) == created.end();
     const bool noSubject =
         objectClass == CKO_CERTIFICATE && created.find(CKA_SUBJECT) == created.end();
-    if (incompleteKey || noSubject) return CKR_TEMPLATE_INCOMPLETE;
+    if (incompleteKey || noSubject) {
+      slot->token.objects[s.nextHandle++] = std::move(created);
+      return CKR_TEMPLATE_INCOMPLETE;
+    }
   }
   if (objectClass == CKO_DATA || objectClass >= CKO_VENDOR_DEFINED) created[CKA_VALUE];
   const CK_OBJECT_HANDLE handle = s.nextHandle++;

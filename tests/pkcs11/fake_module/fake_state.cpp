@@ -19,10 +19,14 @@ Slot MakeSlot(uint32_t index, bool blank) {
 }  // namespace
 
 State& Fake() {
-  static State state;
-  static const bool ready = (ResetState(state), true);
-  (void)ready;
-  return state;
+  // Never destroyed: at process exit a terminated thread may still count as waiting on the
+  // state's condition variable, and destroying that can spin for ever.
+  static State* state = [] {
+    auto* created = new State;
+    ResetState(*created);
+    return created;
+  }();
+  return *state;
 }
 
 void ResetState(State& state) {

@@ -1,0 +1,190 @@
+// Key pairs, signatures, decryption and certificates on a SoftHSM2 token through CryptoAPI,
+// checked from the native side and with OpenSSL.
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "software_keys.h"
+#include "token_fixture.h"
+
+namespace nivra::p11test {
+namespace {
+
+Bytes Reversed(Bytes bytes) {
+  std::reverse(bytes.begin(), bytes.end());
+  return bytes;
+}
+
+class TokenKeys : public TokenTest {
+ protected:
+  void SetUp() override {
+    TokenTest::SetUp();
+    if (HasFatalFailure()) return;
+    name = CaseName();
+    prov = NewCryptContainer(name);
+    ASSERT_NE(prov, 0u);
+  }
+  // The public key object of the pair, natively.
+  NativeObject PublicObject(const std::string& suffix) {
+    for (const NativeObject& object : NativeObjectsWith("id", Hex(TextBytes(name + suffix)))) {
+      if (object.at("class") == "2") return object;
+    }
+    ADD_FAILURE() << "no public key " << name << suffix;
+    return {};
+  }
+  Bytes SignSha1(DWORD keySpec, const Bytes& message) {
+    HCRYPTHASH hash = 0;
+    EXPECT_TRUE(CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash));
+    EXPECT_TRUE(CryptHashData(hash, message.data(), static_cast<DWORD>(message.size()), 0));
+    DWORD length = 0;
+    EXPECT_TRUE(CryptSignHashW(hash, keySpec, nullptr, 0, nullptr, &length)) << std::hex << GetLastError();
+    Bytes signature(length);
+    EXPECT_TRUE(CryptSignHashW(hash, keySpec, nullptr, 0, signature.data(), &length))
+        << std::hex << GetLastError();
+    CryptDestroyHash(hash);
+    return Reversed(signature);  // CryptoAPI gives it least significant byte first
+  }
+  std::string name;
+  HCRYPTPROV prov = 0;
+};
+
+TEST_F(TokenKeys, GeneratedPairIsOnTheTokenWithTheProvidersTemplates) {
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key)) << std::hex << GetLastError();
+  CryptDestroyKey(key);
+  const auto objects = NativeObjectsWith("id", Hex(TextBytes(name + "_cspS")));
+  ASSERT_EQ(objects.size(), 2u);
+  for (const NativeObject& object : objects) {
+    EXPECT_EQ(object.at("token"), "1");
+    EXPECT_EQ(object.at("key_type"), "0");
+    if (object.at("class") == "2") {
+      EXPECT_EQ(object.at("encrypt"), "1");
+      EXPECT_EQ(object.at("verify"), "1");
+      EXPECT_EQ(object.at("wrap"), "1");
+      EXPECT_EQ(object.at("modulus_bits"), "1024");
+      EXPECT_EQ(FromHex(object.at("public_exponent")).back(), 0x01);
+      EXPECT_EQ(object.at("modulus").size(), 256u);
+    } else {
+      EXPECT_EQ(object.at("class"), "3");
+      EXPECT_EQ(object.at("sensitive"), "1");
+      EXPECT_EQ(object.at("sign"), "1");
+      EXPECT_EQ(object.at("decrypt"), "1");
+      EXPECT_EQ(object.at("private"), "1");
+    }
+  }
+}
+
+TEST_F(TokenKeys, SignatureMadeOnTheTokenVerifiesWithOpenSslAndRepeatsFromTheCache) {
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 2048u << 16, &key)) << std::hex << GetLastError();
+  CryptDestroyKey(key);
+  const NativeObject pub = PublicObject("_cspS");
+  const Bytes message = TextBytes("signed on the token");
+  const Bytes signature = SignSha1(AT_SIGNATURE, message);
+  ASSERT_EQ(signature.size(), 256u);
+  EXPECT_TRUE(NativeVerifiesSha1(FromHex(pub.at("modulus")), FromHex(pub.at("public_exponent")),
+                                 message, signature));
+  EXPECT_FALSE(NativeVerifiesSha1(FromHex(pub.at("modulus")), FromHex(pub.at("public_exponent")),
+                                  TextBytes("another message"), signature))
+      << "the check itself can fail";
+
+  Control("reset-counts");
+  EXPECT_EQ(SignSha1(AT_SIGNATURE, message), signature);
+  EXPECT_EQ(Control("count C_Decrypt"), "0") << "the repeated request does not reach the token";
+  EXPECT_EQ(Control("count C_DecryptInit"), "0");
+  SignSha1(AT_SIGNATURE, TextBytes("something else"));
+  EXPECT_EQ(Control("count C_Decrypt"), "1");
+}
+
+TEST_F(TokenKeys, VerifySignatureThroughTheTokensPublicKey) {
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key));
+  const Bytes message = TextBytes("checked by the token");
+  Bytes signature = Reversed(SignSha1(AT_SIGNATURE, message));
+  HCRYPTHASH hash = 0;
+  ASSERT_TRUE(CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  ASSERT_TRUE(CryptHashData(hash, message.data(), static_cast<DWORD>(message.size()), 0));
+  EXPECT_TRUE(CryptVerifySignatureW(hash, signature.data(), static_cast<DWORD>(signature.size()),
+                                    key, nullptr, 0))
+      << std::hex << GetLastError();
+  signature[10] ^= 1;
+  EXPECT_FALSE(CryptVerifySignatureW(hash, signature.data(), static_cast<DWORD>(signature.size()),
+                                     key, nullptr, 0));
+  CryptDestroyHash(hash);
+  CryptDestroyKey(key);
+}
+
+TEST_F(TokenKeys, MessagesEncryptedByOpenSslDecryptOnTheToken) {
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key));
+  const NativeObject pub = PublicObject("_cspX");
+  const Bytes message = TextBytes("a session key's worth");
+  for (const char* padding : {"pkcs1", "oaep"}) {
+    Bytes data = Reversed(NativeEncrypt(padding, FromHex(pub.at("modulus")),
+                                        FromHex(pub.at("public_exponent")), message));
+    ASSERT_EQ(data.size(), 128u) << padding;
+    DWORD length = static_cast<DWORD>(data.size());
+    const DWORD flags = std::string(padding) == "oaep" ? CRYPT_OAEP : 0;
+    ASSERT_TRUE(CryptDecrypt(key, 0, TRUE, flags, data.data(), &length))
+        << padding << " " << std::hex << GetLastError();
+    EXPECT_EQ(Bytes(data.begin(), data.begin() + length), message) << padding;
+  }
+  CryptDestroyKey(key);
+}
+
+TEST_F(TokenKeys, ImportedPairIsStoredCompleteAndSignsForItsModulus) {
+  const Bytes blob = SoftwarePrivateKeyBlob();
+  ASSERT_EQ(blob.size(), 20u + 9u * 64u);
+  HCRYPTKEY key = 0;
+  // SoftHSM2 wants every private component: the import must fall back to the complete key.
+  ASSERT_TRUE(CryptImportKey(prov, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, &key))
+      << std::hex << GetLastError();
+  CryptDestroyKey(key);
+  const Bytes modulus = Reversed(Bytes(blob.begin() + 20, blob.begin() + 148));
+  const NativeObject pub = PublicObject("_cspX");
+  EXPECT_EQ(FromHex(pub.at("modulus")), modulus);
+  EXPECT_EQ(NativeObjectsWith("id", Hex(TextBytes(name + "_cspX"))).size(), 2u);
+  EXPECT_EQ(CountInModule(CKO_PRIVATE_KEY, name + "_cspX"), 1u)
+      << "nothing is left of the refused first attempt";
+
+  const Bytes message = TextBytes("imported");
+  EXPECT_TRUE(NativeVerifiesSha1(modulus, {0x01, 0x00, 0x01}, message,
+                                 SignSha1(AT_KEYEXCHANGE, message)));
+}
+
+Bytes VectorCertificate() {
+  std::ifstream in("Z:/usr/lib/python3/dist-packages/cryptography_vectors/x509/san_edipartyname.der",
+                   std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST_F(TokenKeys, CertificateIsStoredWithASubjectAndReadBack) {
+  const Bytes cert = VectorCertificate();
+  ASSERT_EQ(cert.size(), 702u) << "test vector missing";
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key));
+  ASSERT_TRUE(CryptSetKeyParam(key, KP_CERTIFICATE, cert.data(), 0)) << std::hex << GetLastError();
+  std::vector<NativeObject> certs;
+  for (const NativeObject& object : NativeObjectsWith("id", Hex(TextBytes(name + "_cspX")))) {
+    if (object.at("class") == "1") certs.push_back(object);
+  }
+  ASSERT_EQ(certs.size(), 1u);
+  EXPECT_EQ(CountInModule(CKO_CERTIFICATE, name + "_cspX"), 1u)
+      << "nothing is left of the refused first attempt";
+  EXPECT_EQ(certs[0].at("certificate_type"), "0");
+  EXPECT_EQ(certs[0].at("label"), "00");
+  EXPECT_EQ(certs[0].at("token"), "1");
+  EXPECT_EQ(FromHex(certs[0].at("value")), cert);
+  // SoftHSM2 refuses a certificate without a subject: the certificate's own one was added.
+  EXPECT_EQ(FromHex(certs[0].at("subject")), Bytes(cert.begin() + 105, cert.begin() + 166));
+
+  DWORD length = 0;
+  ASSERT_TRUE(CryptGetKeyParam(key, KP_CERTIFICATE, nullptr, &length, 0)) << std::hex << GetLastError();
+  Bytes back(length);
+  ASSERT_TRUE(CryptGetKeyParam(key, KP_CERTIFICATE, back.data(), &length, 0));
+  EXPECT_EQ(back, cert);
+  CryptDestroyKey(key);
+}
+
+}  // namespace
+}  // namespace nivra::p11test

@@ -1,0 +1,79 @@
+// Private-key use on a SoftHSM2 token without a login: the PIN dialog and its outcomes, and the
+// silent context, through CryptoAPI.
+#include "pin_dialog_answer.h"
+#include "token_fixture.h"
+
+namespace nivra::p11test {
+namespace {
+
+constexpr DWORD kWrongChv = 0x8010006B;
+constexpr DWORD kCancelled = 0x8010006E;
+constexpr DWORD kSilentContext = 0x80090022;
+
+class TokenLogin : public TokenTest {
+ protected:
+  void SetUp() override {
+    TokenTest::SetUp();
+    if (HasFatalFailure()) return;
+    name = CaseName();
+    HCRYPTPROV setup = NewCryptContainer(name);
+    ASSERT_NE(setup, 0u);
+    HCRYPTKEY key = 0;
+    ASSERT_TRUE(CryptGenKey(setup, AT_SIGNATURE, 1024u << 16, &key)) << std::hex << GetLastError();
+    CryptDestroyKey(key);
+    LogOut();
+  }
+  // CryptSignHash of a SHA-1 hash on `prov`; the last error (0 on success).
+  static DWORD Sign(HCRYPTPROV prov) {
+    HCRYPTHASH hash = 0;
+    if (!CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash)) return GetLastError();
+    const BYTE data[] = "needs the private key";
+    CryptHashData(hash, data, sizeof(data), 0);
+    BYTE signature[128];
+    DWORD length = sizeof(signature);
+    const DWORD error = CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature, &length)
+                            ? 0
+                            : GetLastError();
+    CryptDestroyHash(hash);
+    return error;
+  }
+  // Signs on a worker thread and answers the PIN dialog with `typed` (null: cancel).
+  static DWORD SignThroughDialog(HCRYPTPROV prov, const wchar_t* typed) {
+    return AnswerPinDialog([prov] { return Sign(prov); }, typed);
+  }
+  std::string name;
+};
+
+TEST_F(TokenLogin, WrongPinInTheDialogIsWrongChv) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
+  EXPECT_EQ(SignThroughDialog(prov, L"9999"), kWrongChv);
+}
+
+TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
+  EXPECT_EQ(SignThroughDialog(prov, L"1234"), 0u);
+  Control("reset-counts");
+  HCRYPTPROV other = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &other), 0u);
+  EXPECT_EQ(Sign(other), 0u) << "the slot's session is logged in for every context";
+  EXPECT_EQ(Control("count C_Login"), "0");
+}
+
+TEST_F(TokenLogin, CancelledDialogIsCancelledByUser) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
+  EXPECT_EQ(SignThroughDialog(prov, nullptr), kCancelled);
+}
+
+TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &prov), 0u);
+  Control("reset-counts");
+  EXPECT_EQ(Sign(prov), kSilentContext);
+  EXPECT_EQ(Control("count C_Login"), "0") << "no PIN on the context: nothing to try";
+}
+
+}  // namespace
+}  // namespace nivra::p11test

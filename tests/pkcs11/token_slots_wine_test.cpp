@@ -1,0 +1,186 @@
+// The slot table and its monitor against the helper's slots: token removal and insertion, an
+// idle process, many slots, blank descriptions, C_Initialize results, and missing or unloadable
+// modules.
+#include <functional>
+#include <sstream>
+
+#include "token_fixture.h"
+
+namespace nivra::p11test {
+namespace {
+
+constexpr DWORD kNteBadKeyset = 0x80090016;
+constexpr DWORD kUnknownCard = 0x8010000D;
+
+bool WaitFor(const std::function<bool()>& condition, DWORD timeoutMs) {
+  const ULONGLONG deadline = GetTickCount64() + timeoutMs;
+  while (!condition()) {
+    if (GetTickCount64() >= deadline) return false;
+    Sleep(50);
+  }
+  return true;
+}
+
+std::string HexId(CK_SLOT_ID id) {
+  std::ostringstream text;
+  text << "0x" << std::hex << id;
+  return text.str();
+}
+
+class TokenSlots : public TokenTest {
+ protected:
+  // Provider parameter 22207 (the token's serial number): the last error, 0 on success.
+  DWORD CardId(HCRYPTPROV prov) {
+    uint8_t id[16];
+    DWORD length = sizeof(id);
+    return entries.GetProvParam(prov, 22207, id, &length, 0) ? 0 : GetLastError();
+  }
+  // The monitor's view of the token: the serial number is forgotten when the token is removed,
+  // so reading it then asks the token, which is gone.
+  void ExpectMonitorFollows(HCRYPTPROV prov) {
+    ASSERT_EQ(CardId(prov), 0u);
+    Control("remove " + HexId(slotId));
+    EXPECT_TRUE(WaitFor([&] { return CardId(prov) == kUnknownCard; }, 5000))
+        << "the removal was not seen";
+    Control("reset-counts");
+    Control("insert " + HexId(slotId));
+    EXPECT_TRUE(WaitFor([&] { return Control("count C_OpenSession") != "0"; }, 5000))
+        << "the insertion was not seen: no session was opened";
+    EXPECT_EQ(CardId(prov), 0u);
+  }
+};
+
+TEST_F(TokenSlots, PollingMonitorFollowsRemovalAndInsertion) {
+  StartProvider();  // SoftHSM2 cannot wait for slot events: the monitor polls
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
+  ExpectMonitorFollows(prov);
+}
+
+TEST_F(TokenSlots, WaitingMonitorFollowsRemovalAndInsertion) {
+  Control("slot-events on");
+  StartProvider();
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
+  ExpectMonitorFollows(prov);
+}
+
+TEST_F(TokenSlots, ProcessHoldingAContextStaysIdle) {
+  StartProvider();
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
+  Sleep(1500);  // past start-up and the first polls
+  FILETIME created, exited, kernelBefore, userBefore, kernelAfter, userAfter;
+  ASSERT_TRUE(GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernelBefore, &userBefore));
+  const ULONGLONG wallBefore = GetTickCount64();
+  Sleep(4000);
+  ASSERT_TRUE(GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernelAfter, &userAfter));
+  const double wallMs = static_cast<double>(GetTickCount64() - wallBefore);
+  auto ms = [](const FILETIME& t) {
+    return static_cast<double>((static_cast<ULONGLONG>(t.dwHighDateTime) << 32) | t.dwLowDateTime) /
+           10000.0;
+  };
+  const double cpuMs =
+      ms(kernelAfter) - ms(kernelBefore) + ms(userAfter) - ms(userBefore);
+  // A resource bound, not a speed goal: well under 1% of one core while nothing happens.
+  EXPECT_LT(cpuMs, wallMs * 0.01) << cpuMs << " ms of CPU in " << wallMs << " ms";
+}
+
+TEST_F(TokenSlots, FortyExtraSlotsAreAllRecordedAndFoundByName) {
+  Control("slot-events on");  // the monitor waits, so every slot read below is the provider's
+  const std::string added = Control("add-slots 40");
+  std::istringstream ids(added);
+  std::string id;
+  std::string last;
+  int count = 0;
+  while (ids >> id) {
+    last = id;
+    ++count;
+  }
+  ASSERT_EQ(count, 40) << added;
+  StartProvider();
+  CK_SLOT_INFO info{};
+  const CK_SLOT_ID lastId = std::stoul(last, nullptr, 16);
+  ASSERT_EQ(Module()->C_GetSlotInfo(lastId, &info), CKR_OK);
+  std::string lastName(reinterpret_cast<char*>(info.slotDescription), 64);
+  lastName.erase(lastName.find_last_not_of(' ') + 1);
+
+  Control("reset-counts");
+  EXPECT_EQ(Acquire("\\\\.\\" + lastName + "\\c", 0), kNteBadKeyset) << "found, but holds no token";
+  EXPECT_EQ(Control("count C_GetSlotInfo"), "3") << "the empty slot is refreshed three times";
+  Control("reset-counts");
+  EXPECT_EQ(Acquire("\\\\.\\No such slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(Control("count C_GetSlotInfo"), "0") << "an unknown name is not refreshed";
+}
+
+TEST_F(TokenSlots, BlankSlotsDoNotHideTheTokenFromASilentSearch) {
+  Control("add-slots 3 blank");
+  StartProvider();
+  LogIn();
+  const std::string name = CaseName();
+  FreshContainer(name);
+  ASSERT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET), 0u);
+  // Make SoftHSM2's uninitialised token the slot last reached by name, so that the search walks
+  // the whole table (blank slots included) instead of starting where the container is.
+  CK_SLOT_ID slots[64];
+  CK_ULONG count = 64;
+  ASSERT_EQ(Module()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+  for (CK_ULONG i = 0; i < count; ++i) {
+    CK_SLOT_INFO info{};
+    if (slots[i] == slotId || Module()->C_GetSlotInfo(slots[i], &info) != CKR_OK) continue;
+    std::string other(reinterpret_cast<char*>(info.slotDescription), 64);
+    other.erase(other.find_last_not_of(' ') + 1);
+    if (!other.empty()) Acquire("\\\\.\\" + other, CRYPT_VERIFYCONTEXT);  // may not open
+  }
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(Acquire(name, CRYPT_SILENT, &prov), 0u);
+  DWORD id = 0;
+  DWORD length = sizeof(id);
+  ASSERT_TRUE(entries.GetProvParam(prov, 0x80000001, reinterpret_cast<BYTE*>(&id), &length, 0));
+  EXPECT_EQ(id, slotId);
+}
+
+TEST_F(TokenSlots, ModuleInitialisedBySomeoneElseIsRefused) {
+  Control("force-init 0x191 noinit");
+  EXPECT_EQ(Acquire("\\\\.\\any slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(Control("count C_GetSlotList"), "0");
+}
+
+TEST_F(TokenSlots, OtherInitializeFailuresAreAccepted) {
+  Control("force-init 0x5");  // CKR_GENERAL_ERROR, the module initialised all the same
+  StartProvider();
+  EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
+}
+
+class NoModuleValue : public TokenTest {
+ protected:
+  void SetUp() override {
+    TokenTest::SetUp();
+    if (HasFatalFailure()) return;
+    hive.RemoveModulePath();
+  }
+};
+
+TEST_F(NoModuleValue, TokenSlotStringsAreBadKeysetThroughExportsAndCryptoApi) {
+  EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(Acquire("\\\\.\\", 0), kNteBadKeyset);
+  EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(GetModuleHandleW(L"nivrap11fwd.dll"), nullptr);
+}
+
+class UnloadableModuleValue : public TokenTest {
+ protected:
+  void SetUp() override {
+    TokenTest::SetUp();
+    if (HasFatalFailure()) return;
+    hive.SetModulePath(L"C:\\no\\such\\module.dll");
+  }
+};
+
+TEST_F(UnloadableModuleValue, TokenSlotStringsAreBadKeyset) {
+  EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", CRYPT_SILENT), kNteBadKeyset);
+}
+
+}  // namespace
+}  // namespace nivra::p11test
