@@ -82,11 +82,6 @@ TEST_F(FakeBackendTest, SlotWithoutTokenIsRefreshedThreeTimesThenBadKeyset) {
   EXPECT_EQ(fake.CallCount("C_GetSlotInfo") - before, 3u);
 }
 
-TEST_F(FakeBackendTest, UnknownSlotNameIsBadKeyset) {
-  ASSERT_EQ(StartBackend(), 0u);
-  EXPECT_EQ(Acquire("\\\\.\\No such slot\\c1", 0), kNteBadKeyset);
-}
-
 TEST_F(FakeBackendTest, ContextsCountAsUsersOfTheirSlot) {
   ASSERT_EQ(StartBackend(), 0u);
   HCRYPTPROV first = 0;

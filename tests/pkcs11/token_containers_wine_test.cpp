@@ -152,14 +152,5 @@ TEST_F(TokenContainers, CreatingWithAnEmptyNameMakesDefaultContainer) {
   EXPECT_TRUE(StoredContainers("DefaultContainer").empty());
 }
 
-TEST_F(TokenContainers, SlotIdentifierParameterIsTheModulesSlotId) {
-  HCRYPTPROV prov = 0;
-  ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
-  DWORD id = 0;
-  DWORD length = sizeof(id);
-  ASSERT_TRUE(entries.GetProvParam(prov, 0x80000001, reinterpret_cast<BYTE*>(&id), &length, 0));
-  EXPECT_EQ(id, slotId);
-}
-
 }  // namespace
 }  // namespace nivra::p11test
