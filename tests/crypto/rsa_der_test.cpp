@@ -90,7 +90,7 @@ TEST(RsaDerImport, EveryKindOfMalformedInputIsRefused) {
       {"integer header cut off", kRsaFormPublic, Hex("3005 02020ca1 02")},
   };
   for (const auto& c : cases) EXPECT_EQ(TryImport(c.form, c.der), kErrMalformedDer) << c.what;
-  for (const auto& [form, full] : {std::pair{kRsaFormPublic, kTinyPublicDer},
+  for (const auto& [form, full] : {std::pair{kRsaFormPublic, kTinyPublicDer}, std::pair{kRsaFormPublic, LongForm(3)},
                                    std::pair{kRsaFormPrivate, kTinyPrivateDer},
                                    std::pair{kRsaFormShortPrivate, kTinyShortPrivateDer}}) {
     for (size_t len = 0; len < full.size(); ++len) {
