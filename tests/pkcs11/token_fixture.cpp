@@ -71,8 +71,16 @@ void TokenTest::TearDown() {
 }
 
 std::string TokenTest::Control(const std::string& command) {
+  // The helper may still be tearing down the previous test process's connections when the next
+  // one starts on a loaded machine: a refused control connection is tried again a few times.
   std::string answer;
-  const uint32_t rv = p11wire::SendControlCommand(HelperAddress(), command, &answer);
+  uint32_t rv = 0;
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    answer.clear();
+    rv = p11wire::SendControlCommand(HelperAddress(), command, &answer);
+    if (rv == 0) break;
+    Sleep(200);
+  }
   EXPECT_EQ(rv, 0u) << command << ": " << answer;
   return answer;
 }
