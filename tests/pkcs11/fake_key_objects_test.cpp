@@ -17,10 +17,10 @@
 namespace nivra::p11test {
 namespace {
 
-constexpr DWORD kNteNoKey = 0x8009000D;
-constexpr DWORD kNteBadKeyset = 0x80090016;
-constexpr DWORD kNteNotFound = 0x80090011;
-constexpr DWORD kNteNoMemory = 0x8009000E;
+using provider::kNteBadKeyset;
+using provider::kNteNoKey;
+using provider::kNteNoMemory;
+using provider::kNteNotFound;
 const CK_ULONG kVendorClass = 0x80000001;
 const CK_ULONG kPublicClass = CKO_PUBLIC_KEY;
 const CK_ULONG kPrivateClass = CKO_PRIVATE_KEY;

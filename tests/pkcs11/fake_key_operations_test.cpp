@@ -15,11 +15,11 @@
 namespace nivra::p11test {
 namespace {
 
-constexpr uint32_t kNteBadData = 0x80090005;
-constexpr uint32_t kNteBadLen = 0x80090004;
-constexpr uint32_t kNteBadFlags = 0x80090009;
-constexpr uint32_t kMoreData = 234;
-constexpr uint32_t kInvalidParameter = 87;
+using provider::kNteBadData;
+using provider::kNteBadFlags;
+using provider::kNteBadLen;
+constexpr uint32_t kMoreData = provider::kErrMoreData;
+constexpr uint32_t kInvalidParameter = provider::kErrInvalidParameter;
 
 Bytes Reversed(Bytes bytes) {
   std::reverse(bytes.begin(), bytes.end());
