@@ -2,6 +2,7 @@
 // operations that need a key pair: signing on the card and verifying by public-key unwrapping.
 #include <cstring>
 
+#include "crypto/constant_time.h"
 #include "crypto/digest_info.h"
 #include "provider/call_frame.h"
 #include "provider/card_dispatch.h"
@@ -39,6 +40,26 @@ const crypto::DigestInfoPrefix* PrefixFor(ALG_ID algId) {
   }
 }
 
+// The bytes that a signature block carries after its type 1 frame, as signing writes them and
+// verification expects them: the bare hash with CRYPT_NOHASHOID, else the algorithm's DigestInfo
+// prefix and the hash (SSL3 SHAMD5: the bare 36 bytes). False for an algorithm without one.
+bool SignedEncoding(const HashObject& hash, DWORD hashLength, DWORD flags, uint8_t* out,
+                      uint32_t* outLength) {
+  uint32_t length = 0;
+  if (!(flags & CRYPT_NOHASHOID)) {
+    const crypto::DigestInfoPrefix* prefix = PrefixFor(hash.algId);
+    if (prefix != nullptr) {
+      std::memcpy(out, prefix->bytes, prefix->length);
+      length = static_cast<uint32_t>(prefix->length);
+    } else if (hash.algId != CALG_SSL3_SHAMD5) {
+      return false;
+    }
+  }
+  std::memcpy(out + length, hash.hashValue, hashLength);
+  *outLength = length + hashLength;
+  return true;
+}
+
 Outcome SignHash(ProviderContext& ctx, HCRYPTHASH hHash, DWORD keySpec, DWORD flags,
                  BYTE* signature, DWORD* sigLen) {
   HashObject* hash = nullptr;
@@ -68,17 +89,9 @@ Outcome SignHash(ProviderContext& ctx, HCRYPTHASH hHash, DWORD keySpec, DWORD fl
 
   uint8_t data[kSignInputCapacity];
   uint32_t dataLength = 0;
-  if (!(flags & CRYPT_NOHASHOID)) {
-    const crypto::DigestInfoPrefix* prefix = PrefixFor(hash->algId);
-    if (prefix != nullptr) {
-      std::memcpy(data, prefix->bytes, prefix->length);
-      dataLength = static_cast<uint32_t>(prefix->length);
-    } else if (hash->algId != CALG_SSL3_SHAMD5) {
-      return Outcome::Failure(kNteBadHash);
-    }
+  if (!SignedEncoding(*hash, hashLength, flags, data, &dataLength)) {
+    return Outcome::Failure(kNteBadHash);
   }
-  std::memcpy(data + dataLength, hash->hashValue, hashLength);
-  dataLength += hashLength;
 
   uint32_t outLength = *sigLen;
   status = CardPrivateKeyOp(ctx, keySpec, CardModeSignature, data, dataLength, signature,
@@ -89,21 +102,6 @@ Outcome SignHash(ProviderContext& ctx, HCRYPTHASH hHash, DWORD keySpec, DWORD fl
   }
   *sigLen = outLength;
   return Outcome::Success();
-}
-
-// Offset of the hash inside an unwrapped signature block; -1 for an algorithm without one.
-int HashOffset(ALG_ID algId) {
-  switch (algId) {
-    case CALG_MD2:
-    case CALG_MD5:
-      return 18;
-    case CALG_SHA1:
-      return 15;
-    case CALG_SSL3_SHAMD5:
-      return 0;
-    default:
-      return -1;
-  }
 }
 
 Outcome VerifySignature(ProviderContext& ctx, HCRYPTHASH hHash, const BYTE* signature,
@@ -129,17 +127,16 @@ Outcome VerifySignature(ProviderContext& ctx, HCRYPTHASH hHash, const BYTE* sign
   }
   if (status != kOk) return Outcome::Failure(status == kNteFail ? kNteFail : kNteBadSignature);
 
-  if (flags & CRYPT_NOHASHOID) {
-    const bool same = blockLength == hashLength &&
-                      std::memcmp(block, hash->hashValue, hashLength) == 0;
-    return Outcome::FromStatus(same ? kOk : kNteBadSignature);
+  // The whole payload must be the expected encoding, length included: a check of the hash bytes
+  // alone would accept blocks with other bytes around the hash, which can be forged for small
+  // public exponents.
+  uint8_t expected[kSignInputCapacity];
+  uint32_t expectedLength = 0;
+  if (!SignedEncoding(*hash, hashLength, flags, expected, &expectedLength)) {
+    return Outcome::Failure(kNteBadHash);
   }
-  // Only the hash bytes at their fixed offset are compared, not the DigestInfo prefix or the
-  // unwrapped length: signatures from cards that write a different prefix still verify.
-  const int offset = HashOffset(hash->algId);
-  if (offset < 0) return Outcome::Failure(kNteBadHash);
-  const bool same = static_cast<uint32_t>(offset) + hashLength <= kUnwrapCapacity &&
-                    std::memcmp(block + offset, hash->hashValue, hashLength) == 0;
+  const bool same = blockLength == expectedLength &&
+                    crypto::ConstantTimeEqual(block, expected, expectedLength);
   return Outcome::FromStatus(same ? kOk : kNteBadSignature);
 }
 

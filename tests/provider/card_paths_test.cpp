@@ -61,7 +61,7 @@ TEST_F(CardPaths, SignHashSendsDigestInfoAndHashToTheCardInSignatureMode) {
   expected.insert(expected.end(), value.begin(), value.end());
   EXPECT_EQ(std::vector<BYTE>(record.input, record.input + record.inputLength), expected);
 
-  // Verification unwraps through the card's public operation and compares the hash at offset 15.
+  // Verification unwraps through the card's public operation and compares DigestInfo and hash.
   HCRYPTKEY pair = 0;
   ASSERT_TRUE(dll.GetUserKey(prov, AT_SIGNATURE, &pair));
   EXPECT_SUCCEEDS(dll.VerifySignature(prov, hash, signature.data(), 256, pair, nullptr, 0));
@@ -94,7 +94,7 @@ TEST_F(CardPaths, SignHashDigestRules) {
   EXPECT_EQ(length, 0u);
 }
 
-TEST_F(CardPaths, VerifyIgnoresThePrefixBytesButNotTheHash) {
+TEST_F(CardPaths, VerifyComparesTheWholeEncodingNotJustTheHash) {
   std::vector<BYTE> value;
   HCRYPTHASH hash = HashOf(CALG_SHA1, "prefix check", &value);
   BYTE signature[256];
@@ -102,11 +102,10 @@ TEST_F(CardPaths, VerifyIgnoresThePrefixBytesButNotTheHash) {
   ASSERT_TRUE(dll.SignHash(prov, hash, AT_SIGNATURE, nullptr, CRYPT_NOHASHOID, signature, &length));
   HCRYPTKEY pair = 0;
   ASSERT_TRUE(dll.GetUserKey(prov, AT_SIGNATURE, &pair));
-  // The card signed the bare 20-byte hash; without CRYPT_NOHASHOID the comparison looks at
-  // offset 15, where those bytes are not: a mismatch.
+  // The card signed the bare 20-byte hash; without CRYPT_NOHASHOID a DigestInfo is expected.
   EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, signature, 256, pair, nullptr, 0), NTE_BAD_SIGNATURE);
   EXPECT_SUCCEEDS(dll.VerifySignature(prov, hash, signature, 256, pair, nullptr, CRYPT_NOHASHOID));
-  // A block with a wrong prefix but the right hash at offset 15 verifies.
+  // A block with a wrong prefix but the right hash at offset 15 does not verify.
   HCRYPTHASH bare = 0;
   ASSERT_TRUE(dll.CreateHash(prov, CALG_SSL3_SHAMD5, 0, 0, &bare));
   std::vector<BYTE> block(15, 0xEE);
@@ -116,7 +115,7 @@ TEST_F(CardPaths, VerifyIgnoresThePrefixBytesButNotTheHash) {
   ASSERT_TRUE(dll.SetHashParam(prov, bare, HP_HASHVAL, blockHash, 0));
   length = sizeof(signature);
   ASSERT_TRUE(dll.SignHash(prov, bare, AT_SIGNATURE, nullptr, 0, signature, &length));
-  EXPECT_SUCCEEDS(dll.VerifySignature(prov, hash, signature, 256, pair, nullptr, 0));
+  EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, signature, 256, pair, nullptr, 0), NTE_BAD_SIGNATURE);
 }
 
 TEST_F(CardPaths, UserKeysDescribeTheCardPair) {

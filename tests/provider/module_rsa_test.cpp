@@ -1,11 +1,80 @@
 // RSA public keys imported from a PUBLICKEYBLOB are held by the module itself: encryption and
 // signature checks run on the provider's own RSA code, cross-checked against Wine's software
 // provider holding the private half.
+//
+// Verification accepts a block only when, after its type 1 frame, it carries exactly what a
+// signer writes: correct signatures made by Wine's provider verify, and blocks with other bytes
+// around the hash, a wrong DigestInfo, a short payload, or a small-exponent forgery are refused.
+// Wine's provider, which compares whole blocks, gives the same verdict. Such blocks are signed
+// here with plain modular arithmetic on the private exponent of the key that Wine generated.
+#include <algorithm>
+#include <string>
 #include <vector>
 
+#include "crypto/bignum.h"
 #include "provider_fixture.h"
 
 namespace {
+
+using Bytes = std::vector<BYTE>;
+using nivra::crypto::CBigNumber;
+
+const Bytes kSha1Prefix = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E,
+                           0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
+const Bytes kMd5Prefix = {0x30, 0x20, 0x30, 0x0C, 0x06, 0x08, 0x2A, 0x86, 0x48,
+                          0x86, 0xF7, 0x0D, 0x02, 0x05, 0x05, 0x00, 0x04, 0x10};
+constexpr BYTE kMessage[] = "verified strictly";
+constexpr DWORD kRsaPublicMagic = 0x31415352;  // "RSA1"
+
+Bytes Join(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+Bytes Reversed(Bytes bytes) {
+  std::reverse(bytes.begin(), bytes.end());
+  return bytes;
+}
+
+void LoadBigEndian(const Bytes& bytes, CBigNumber* value) {
+  value->SetZero();
+  EXPECT_EQ(value->FromBytes(bytes.data(), 0, static_cast<uint32_t>(bytes.size())), 0);
+}
+
+Bytes ToBigEndian(const CBigNumber& value, size_t length) {
+  Bytes bytes(length);
+  value.ToBytesFixed(bytes.data(), static_cast<uint32_t>(length));
+  return bytes;
+}
+
+// 00 01 FF.. 00 payload, k bytes.
+Bytes Type1Block(size_t k, const Bytes& payload) {
+  Bytes block(k - payload.size(), 0xFF);
+  block[0] = 0x00;
+  block[1] = 0x01;
+  block.back() = 0x00;
+  return Join({block, payload});
+}
+
+// *root = the smallest s with s^3 >= value (bit by bit).
+void CubeRootUp(const CBigNumber& value, CBigNumber* rootOut) {
+  CBigNumber& root = *rootOut;
+  CBigNumber candidate, bit, cube;
+  root.SetZero();
+  for (uint32_t i = value.BitLength() / 3 + 1; i-- > 0;) {
+    bit.SetWord(1);
+    bit.ShiftLeft(i);
+    candidate.CopyFrom(root);
+    candidate.Add(bit);
+    cube.Mul(candidate, candidate);
+    cube.Mul(cube, candidate);
+    if (cube.Compare(value) <= 0) root.Swap(candidate);
+  }
+  cube.Mul(root, root);
+  cube.Mul(cube, root);
+  if (cube.Compare(value) < 0) root.AddWord(1);
+}
 
 class ModuleRsa : public FakeCardProvider {
  protected:
@@ -31,7 +100,7 @@ class ModuleRsa : public FakeCardProvider {
   HCRYPTPROV wine = 0;
   HCRYPTKEY winePair = 0;
   HCRYPTKEY moduleKey = 0;
-  std::vector<BYTE> publicBlob;
+  Bytes publicBlob;
 };
 
 TEST_F(ModuleRsa, KeyDescribesItselfAndExportsTheSameBlob) {
@@ -93,6 +162,173 @@ TEST_F(ModuleRsa, SignaturesFromWinesProviderVerify) {
   ASSERT_TRUE(dll.HashData(prov, other, message, 5, 0));
   EXPECT_FAILS_WITH(dll.VerifySignature(prov, other, signature.data(), 128, moduleKey, nullptr, 0), NTE_BAD_SIGNATURE);
   CryptDestroyHash(wineHash);
+}
+
+class SignatureStrictness : public ModuleRsa {
+ protected:
+  void SetUp() override {
+    ModuleRsa::SetUp();
+    if (HasFatalFailure()) return;
+    Bytes blob = Export(PRIVATEKEYBLOB);
+    // PRIVATEKEYBLOB: headers, n (k bytes), five CRT values (k / 2 each), d (k bytes); all
+    // least significant byte first.
+    ASSERT_EQ(blob.size(), 20u + 9 * kBytes / 2);
+    LoadBigEndian(Reversed(Bytes(blob.begin() + 20, blob.begin() + 20 + kBytes)), &modulus);
+    LoadBigEndian(Reversed(Bytes(blob.end() - kBytes, blob.end())), &privateExponent);
+  }
+
+  Bytes Export(DWORD type) {
+    DWORD length = 0;
+    EXPECT_TRUE(CryptExportKey(winePair, 0, type, 0, nullptr, &length));
+    Bytes blob(length);
+    EXPECT_TRUE(CryptExportKey(winePair, 0, type, 0, blob.data(), &length));
+    return blob;
+  }
+
+  // A hash of kMessage in both providers (SSL3 SHAMD5: its value set from MD5 and SHA-1).
+  void MakeHashes(ALG_ID alg, HCRYPTHASH* ours, HCRYPTHASH* wines, Bytes* value) {
+    ASSERT_TRUE(dll.CreateHash(prov, alg, 0, 0, ours));
+    ASSERT_TRUE(CryptCreateHash(wine, alg, 0, 0, wines));
+    if (alg == CALG_SSL3_SHAMD5) {
+      *value = Join({HashValue(CALG_MD5), HashValue(CALG_SHA1)});
+      ASSERT_TRUE(dll.SetHashParam(prov, *ours, HP_HASHVAL, value->data(), 0));
+      ASSERT_TRUE(CryptSetHashParam(*wines, HP_HASHVAL, value->data(), 0));
+      return;
+    }
+    ASSERT_TRUE(dll.HashData(prov, *ours, kMessage, sizeof(kMessage), 0));
+    ASSERT_TRUE(CryptHashData(*wines, kMessage, sizeof(kMessage), 0));
+    *value = HashValue(alg);
+  }
+
+  Bytes HashValue(ALG_ID alg) {
+    HCRYPTHASH hash = 0;
+    EXPECT_TRUE(CryptCreateHash(wine, alg, 0, 0, &hash));
+    EXPECT_TRUE(CryptHashData(hash, kMessage, sizeof(kMessage), 0));
+    Bytes value(64);
+    DWORD length = static_cast<DWORD>(value.size());
+    EXPECT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, value.data(), &length, 0));
+    CryptDestroyHash(hash);
+    value.resize(length);
+    return value;
+  }
+
+  // The signature (CryptoAPI byte order) of the type 1 block around `payload`.
+  Bytes SignBlock(const Bytes& payload) {
+    CBigNumber block, signature;
+    LoadBigEndian(Type1Block(kBytes, payload), &block);
+    EXPECT_EQ(signature.ModExp(block, privateExponent, modulus), 0);
+    return Reversed(ToBigEndian(signature, kBytes));
+  }
+
+  // Our verdict and Wine's on one signature; the last error of ours (0 when it verified).
+  DWORD Verify(ALG_ID alg, HCRYPTKEY ourKey, HCRYPTKEY wineKey, const Bytes& signature,
+               DWORD flags, bool* wineAccepts) {
+    HCRYPTHASH ours = 0, wines = 0;
+    Bytes value;
+    MakeHashes(alg, &ours, &wines, &value);
+    *wineAccepts = CryptVerifySignatureW(wines, signature.data(), static_cast<DWORD>(signature.size()),
+                                         wineKey, nullptr, flags) != FALSE;
+    SetLastError(0xFEED);
+    const BOOL ok = dll.VerifySignature(prov, ours, signature.data(),
+                                        static_cast<DWORD>(signature.size()), ourKey, nullptr, flags);
+    const DWORD error = GetLastError();
+    EXPECT_EQ(ok != FALSE, error == 0);
+    CryptDestroyHash(wines);
+    dll.DestroyHash(prov, ours);
+    return error;
+  }
+
+  static constexpr size_t kBytes = 128;
+  CBigNumber modulus;
+  CBigNumber privateExponent;
+};
+
+TEST_F(SignatureStrictness, CorrectSignaturesFromWineVerify) {
+  const struct {
+    ALG_ID alg;
+    DWORD flags;
+  } cases[] = {{CALG_MD5, 0}, {CALG_SHA1, 0}, {CALG_SSL3_SHAMD5, 0}, {CALG_SHA1, CRYPT_NOHASHOID}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.alg) + "/" + std::to_string(c.flags));
+    HCRYPTHASH ours = 0, wines = 0;
+    Bytes value;
+    MakeHashes(c.alg, &ours, &wines, &value);
+    Bytes signature(kBytes);
+    DWORD length = kBytes;
+    ASSERT_TRUE(CryptSignHashW(wines, AT_KEYEXCHANGE, nullptr, c.flags, signature.data(), &length))
+        << std::hex << GetLastError();
+    EXPECT_SUCCEEDS(dll.VerifySignature(prov, ours, signature.data(), length, moduleKey, nullptr,
+                                        c.flags));
+    CryptDestroyHash(wines);
+  }
+}
+
+TEST_F(SignatureStrictness, OnlyTheExactEncodingAfterTheFrameVerifies) {
+  const Bytes sha1 = HashValue(CALG_SHA1);
+  const Bytes md5 = HashValue(CALG_MD5);
+  Bytes wrongOid = kSha1Prefix;
+  wrongOid[10] ^= 0x01;  // the last byte of SHA-1's object identifier
+  const struct {
+    const char* what;
+    ALG_ID alg;
+    DWORD flags;
+    Bytes payload;
+    bool accepted;
+    bool wineAccepts;  // Wine also takes a bare hash where a DigestInfo belongs; nothing else
+  } cases[] = {
+      {"SHA-1 DigestInfo and hash", CALG_SHA1, 0, Join({kSha1Prefix, sha1}), true, true},
+      {"MD5 DigestInfo and hash", CALG_MD5, 0, Join({kMd5Prefix, md5}), true, true},
+      {"bare hash without identifier", CALG_SHA1, CRYPT_NOHASHOID, sha1, true, true},
+      {"a byte after the hash", CALG_SHA1, 0, Join({kSha1Prefix, sha1, {0x00}}), false, false},
+      {"bytes after the MD5 hash", CALG_MD5, 0, Join({kMd5Prefix, md5, {0xAB, 0xCD}}), false, false},
+      {"a byte after the bare hash", CALG_SHA1, CRYPT_NOHASHOID, Join({sha1, {0x00}}), false, false},
+      {"another object identifier", CALG_SHA1, 0, Join({wrongOid, sha1}), false, false},
+      {"short payload", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.begin(), sha1.end() - 1)}), false,
+       false},
+      {"hash alone where a DigestInfo belongs", CALG_SHA1, 0, sha1, false, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    bool wineAccepts = false;
+    const DWORD error = Verify(c.alg, moduleKey, winePair, SignBlock(c.payload), c.flags, &wineAccepts);
+    EXPECT_EQ(error, c.accepted ? 0u : static_cast<DWORD>(NTE_BAD_SIGNATURE));
+    EXPECT_EQ(wineAccepts, c.wineAccepts) << "Wine's provider's verdict";
+  }
+}
+
+// Bleichenbacher's forgery (2006) for e = 3: a cube root of a block whose frame, DigestInfo and
+// hash are right, followed by whatever the rounding leaves. No private key is involved.
+TEST_F(SignatureStrictness, SmallExponentForgeryIsRefused) {
+  constexpr size_t k = 256;
+  Bytes blob = {PUBLICKEYBLOB, 2, 0, 0, 0x00, 0xA4, 0, 0};  // CALG_RSA_KEYX
+  const DWORD header[] = {kRsaPublicMagic, static_cast<DWORD>(k * 8), 3};
+  const BYTE* headerBytes = reinterpret_cast<const BYTE*>(header);
+  blob.insert(blob.end(), headerBytes, headerBytes + sizeof(header));
+  blob.insert(blob.end(), k, 0xFF);  // any 2048-bit modulus above the forged cube does
+  HCRYPTKEY ourKey = 0, wineKey = 0;
+  ASSERT_TRUE(dll.ImportKey(prov, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, &ourKey));
+  ASSERT_TRUE(CryptImportKey(wine, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, &wineKey));
+
+  const Bytes genuine = Join({kSha1Prefix, HashValue(CALG_SHA1)});
+  const size_t garbage = k - 3 - 8 - genuine.size();  // the shortest frame: eight FF bytes
+  const Bytes target = Type1Block(k, Join({genuine, Bytes(garbage, 0x00)}));
+  CBigNumber targetValue, forged, cube;
+  LoadBigEndian(target, &targetValue);
+  CubeRootUp(targetValue, &forged);
+  cube.Mul(forged, forged);
+  cube.Mul(cube, forged);
+  const Bytes block = ToBigEndian(cube, k);
+  const size_t fixed = k - garbage;
+  ASSERT_TRUE(std::equal(target.begin(), target.begin() + fixed, block.begin()))
+      << "the forgery's cube starts with the frame, the DigestInfo and the hash";
+  ASSERT_FALSE(std::equal(target.begin() + fixed, target.end(), block.begin() + fixed))
+      << "and goes on with rounding garbage";
+
+  bool wineAccepts = true;
+  EXPECT_EQ(Verify(CALG_SHA1, ourKey, wineKey, Reversed(ToBigEndian(forged, k)), 0, &wineAccepts),
+            static_cast<DWORD>(NTE_BAD_SIGNATURE));
+  EXPECT_FALSE(wineAccepts);
+  CryptDestroyKey(wineKey);
 }
 
 }  // namespace
