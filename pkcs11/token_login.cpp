@@ -24,6 +24,16 @@ CK_RV Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, const void* pin, CK_UL
   return P11()->C_Login(session, user, PinBytes(pin), length);
 }
 
+// A PIN the application submits is always checked by the token: the slot session is shared, so
+// another context may have logged it in already, and a wrong PIN must not pass merely because of
+// that. The login is ended and made again with this PIN; a wrong one leaves the token logged out.
+CK_RV SubmitUserPin(CK_SESSION_HANDLE session, const void* pin, CK_ULONG length) {
+  CK_RV rv = Login(session, CKU_USER, pin, length);
+  if (rv != CKR_USER_ALREADY_LOGGED_IN) return rv;
+  P11()->C_Logout(session);
+  return Login(session, CKU_USER, pin, length);
+}
+
 // The outcome of the PIN the user typed: the dialog's own mapping, not MapCkrToError's.
 Status DialogLoginResult(CK_RV rv) {
   switch (rv) {
@@ -51,7 +61,7 @@ Status EnsureLogin(provider::ProviderContext& ctx, SlotDevice& device) {
   if (info.state == CKS_RW_USER_FUNCTIONS) return kOk;
 
   if (ctx.pinLength != 0) {
-    rv = Login(slot.session, CKU_USER, ctx.pin, ctx.pinLength);
+    rv = SubmitUserPin(slot.session, ctx.pin, ctx.pinLength);
     if (rv == CKR_OK) return kOk;
     if (rv == CKR_FUNCTION_NOT_SUPPORTED) return provider::kNteNotSupported;
   }
@@ -67,7 +77,7 @@ Status EnsureLogin(provider::ProviderContext& ctx, SlotDevice& device) {
 Status LoginWithPin(SlotDevice& device, const uint8_t* pin, uint32_t pinLength) {
   Status status = EnsureSlotSession(*device.slot);
   if (status != kOk) return status;
-  return MapCkrToError(Login(device.slot->session, CKU_USER, pin, pinLength));
+  return MapCkrToError(SubmitUserPin(device.slot->session, pin, pinLength));
 }
 
 Status ChangePin(SlotDevice& device, const char* oldPin, const char* newPin) {
@@ -83,6 +93,8 @@ Status UnblockPin(SlotDevice& device, const char* soPin, const char* newPin) {
   const CK_SESSION_HANDLE session = device.slot->session;
   CK_RV rv = Login(session, CKU_SO, soPin, PinLength(soPin));
   if (rv == CKR_OK) rv = P11()->C_InitPIN(session, PinBytes(newPin), PinLength(newPin));
+  // The officer's login would stay on the shared session and refuse the user's.
+  if (rv == CKR_OK) rv = P11()->C_Logout(session);
   if (rv == CKR_OK) rv = Login(session, CKU_USER, newPin, PinLength(newPin));
   return MapCkrToError(rv);
 }

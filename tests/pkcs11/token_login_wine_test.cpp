@@ -9,6 +9,8 @@ namespace {
 constexpr DWORD kWrongChv = 0x8010006B;
 constexpr DWORD kCancelled = 0x8010006E;
 constexpr DWORD kSilentContext = 0x80090022;
+constexpr DWORD kInvalidChv = 0x8010002A;
+constexpr DWORD kUnblockPin = 22202;
 
 class TokenLogin : public TokenTest {
  protected:
@@ -36,6 +38,24 @@ class TokenLogin : public TokenTest {
                             : GetLastError();
     CryptDestroyHash(hash);
     return error;
+  }
+  // CryptSetProvParam of the signature PIN; the last error (0 on success).
+  static DWORD SetPin(HCRYPTPROV prov, std::string pin) {
+    return CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0)
+               ? 0
+               : GetLastError();
+  }
+  // The state of a new session on the token slot, as the module reports it.
+  CK_STATE TokenSessionState() {
+    CK_FUNCTION_LIST* f = Module();
+    CK_SESSION_HANDLE session = 0;
+    CK_SESSION_INFO info{};
+    EXPECT_EQ(f->C_OpenSession(slotId, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                               &session),
+              CKR_OK);
+    EXPECT_EQ(f->C_GetSessionInfo(session, &info), CKR_OK);
+    f->C_CloseSession(session);
+    return info.state;
   }
   // Signs on a worker thread and answers the PIN dialog with `typed` (null: cancel).
   static DWORD SignThroughDialog(HCRYPTPROV prov, const wchar_t* typed) {
@@ -73,6 +93,32 @@ TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {
   Control("reset-counts");
   EXPECT_EQ(Sign(prov), kSilentContext);
   EXPECT_EQ(Control("count C_Login"), "0") << "no PIN on the context: nothing to try";
+}
+
+TEST_F(TokenLogin, EveryContextThatSetsThePinHasItChecked) {
+  HCRYPTPROV first = 0, second = 0, third = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &first), 0u);
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &second), 0u);
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &third), 0u);
+  ASSERT_EQ(SetPin(first, kUserPin), 0u);
+  Control("reset-counts");
+  EXPECT_EQ(SetPin(second, kUserPin), 0u) << "the token, logged in by the first, is asked again";
+  EXPECT_EQ(Control("count C_Login"), "2");
+  EXPECT_EQ(Control("count C_Logout"), "1");
+  EXPECT_EQ(SetPin(third, "9999"), kInvalidChv) << "a wrong PIN is not accepted for another's login";
+  EXPECT_EQ(TokenSessionState(), CKS_RW_PUBLIC_SESSION) << "and it leaves the token logged out";
+  EXPECT_EQ(SignThroughDialog(third, L"1234"), 0u) << "so the next private-key use asks";
+}
+
+TEST_F(TokenLogin, UnblockingEndsWithTheUserLoggedInNotTheOfficer) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &prov), 0u);
+  // The officer's PIN of the fixture token, and the user's PIN again as the new one.
+  const char pins[] = "5678\0" "1234";
+  ASSERT_TRUE(CryptSetProvParam(prov, kUnblockPin, reinterpret_cast<const BYTE*>(pins), 0))
+      << std::hex << GetLastError();
+  EXPECT_EQ(TokenSessionState(), CKS_RW_USER_FUNCTIONS);
+  EXPECT_EQ(Sign(prov), 0u) << "a silent context signs: the new PIN logged the user in";
 }
 
 }  // namespace
