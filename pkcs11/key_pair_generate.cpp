@@ -2,6 +2,7 @@
 #include "pkcs11/ckr_mapping.h"
 #include "pkcs11/key_templates.h"
 #include "pkcs11/module_loader.h"
+#include "pkcs11/result_cache.h"
 #include "pkcs11/token_containers.h"
 #include "pkcs11/token_keys.h"
 #include "provider/named_mutex.h"
@@ -20,6 +21,8 @@ Status GenerateKeyPair(provider::ProviderContext& ctx, SlotDevice& device, uint3
 
   TokenKeyHandles& handles = device.Keys(keySpec);
   handles.privateKey = 0;
+  // A result of the old pair must not answer a request to the new one.
+  ForgetCachedRequest(device.cache);
   const CK_SESSION_HANDLE session = device.slot->session;
   status = DestroyKeyObjectsById(session, id.bytes, id.length, KeyObjectSweep::kKeysOnly);
   if (status != kOk) return status;

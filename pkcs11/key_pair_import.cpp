@@ -3,6 +3,7 @@
 #include "pkcs11/key_templates.h"
 #include "pkcs11/module_loader.h"
 #include "pkcs11/private_key_blob.h"
+#include "pkcs11/result_cache.h"
 #include "pkcs11/token_containers.h"
 #include "pkcs11/token_keys.h"
 #include "pkcs11/token_login.h"
@@ -37,6 +38,11 @@ Status ImportKeyPair(provider::ProviderContext& ctx, SlotDevice& device, uint32_
   uint32_t idLength = sizeof(id);
   status = BuildKeyId(ctx, keySpec, id, &idLength);
   if (status != kOk) return status;
+  // What was known about the old pair (its handles, modulus and last result) goes with it; the
+  // next use finds the new objects.
+  ForgetCachedRequest(device.cache);
+  device.Keys(keySpec) = TokenKeyHandles{};
+  ctx.KeyPair(keySpec) = provider::CardKeyPair{};
   const CK_SESSION_HANDLE session = device.slot->session;
   status = DestroyKeyObjectsById(session, id, idLength, KeyObjectSweep::kKeysOnly);
   if (status != kOk) return status;

@@ -96,6 +96,34 @@ TEST_F(TokenKeys, SignatureMadeOnTheTokenVerifiesWithOpenSslAndRepeatsFromTheCac
   EXPECT_EQ(Control("count C_Decrypt"), "1");
 }
 
+// A repeated request after the pair was replaced is answered by the new pair: neither the result
+// remembered for the old pair nor the handles of its destroyed objects are used.
+TEST_F(TokenKeys, RepeatedSignatureAfterReplacingThePairIsTheNewKeys) {
+  const Bytes message = TextBytes("asked again after the pair changed");
+  for (const bool import : {false, true}) {
+    SCOPED_TRACE(import ? "import" : "generation");
+    Bytes previous;
+    for (int round = 0; round < 2; ++round) {
+      HCRYPTKEY key = 0;
+      if (import) {
+        const Bytes blob = SoftwarePrivateKeyBlob();
+        ASSERT_TRUE(CryptImportKey(prov, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, &key))
+            << std::hex << GetLastError();
+      } else {
+        ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key)) << std::hex << GetLastError();
+      }
+      CryptDestroyKey(key);
+      const Bytes signature = SignSha1(AT_KEYEXCHANGE, message);
+      const NativeObject pub = PublicObject("_cspX");
+      EXPECT_TRUE(NativeVerifiesSha1(FromHex(pub.at("modulus")), FromHex(pub.at("public_exponent")),
+                                     message, signature))
+          << "round " << round;
+      EXPECT_NE(signature, previous);
+      previous = signature;
+    }
+  }
+}
+
 TEST_F(TokenKeys, VerifySignatureThroughTheTokensPublicKey) {
   HCRYPTKEY key = 0;
   ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key));
