@@ -14,6 +14,18 @@ using provider::kOk;
 
 namespace {
 constexpr DWORD kMonitorStopPollMs = 10;
+
+// The slot monitor thread calls the module while application threads do, so the module is told
+// that it may be called from several threads and lock with the system's primitives. A module
+// that cannot lock by itself says so and is initialised without arguments.
+CK_RV InitializeForThreads(CK_FUNCTION_LIST* p11) {
+  CK_C_INITIALIZE_ARGS threads{};
+  threads.flags = CKF_OS_LOCKING_OK;
+  CK_RV rv = p11->C_Initialize(&threads);
+  if (rv == CKR_CANT_LOCK) rv = p11->C_Initialize(nullptr);
+  return rv;
+}
+
 }  // namespace
 
 BackendState& Backend() {
@@ -31,7 +43,7 @@ Status InitPkcs11Backend() {
   CK_FUNCTION_LIST* p11 = P11();
   // A module that someone else in the process initialised already is refused; any other answer,
   // failures included, lets the start-up go on (the slot refresh below then decides).
-  if (p11->C_Initialize(nullptr) == CKR_CRYPTOKI_ALREADY_INITIALIZED) return provider::kNteFail;
+  if (InitializeForThreads(p11) == CKR_CRYPTOKI_ALREADY_INITIALIZED) return provider::kNteFail;
   CreateSlotTableMutex();
   backend.initialised = true;
 

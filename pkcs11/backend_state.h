@@ -26,7 +26,8 @@ BackendState& Backend();
 
 // The module start-up of every acquire (caller holds the module mutex). Returns 0 at once after
 // the first success. Otherwise: loads the module if needed (its error is returned), calls
-// C_Initialize (CKR_CRYPTOKI_ALREADY_INITIALIZED gives NTE_FAIL; every other result is accepted),
+// C_Initialize with CKF_OS_LOCKING_OK and no mutex functions (CKR_CANT_LOCK: once more with a
+// null argument; CKR_CRYPTOKI_ALREADY_INITIALIZED gives NTE_FAIL; every other result is accepted),
 // creates the slot-table mutex, marks the back end initialised and fills the slot table; on
 // success starts the slot monitor. A failed first refresh finalises the module, waits until no
 // monitor runs, clears the initialised mark and returns the refresh's error.

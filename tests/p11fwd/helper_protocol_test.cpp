@@ -78,7 +78,7 @@ TEST_F(HelperProtocol, BrokenStreamsCloseOnlyTheirConnection) {
 TEST_F(HelperProtocol, MalformedBodyIsAnsweredWithArgumentsBadAndTheConnectionGoesOn) {
   WireSocket socket = Connect();
   ASSERT_EQ(Hello(socket), CKR_OK);
-  ASSERT_EQ(Answer<p11wire::StatusReply>(socket, WireOp::kInitialize, {}), CKR_OK);
+  ASSERT_EQ(Answer<p11wire::StatusReply>(socket, WireOp::kInitialize, {0, 0, 0, 0, 0, 0}), CKR_OK);
   // C_GetSlotInfo needs a 4-byte slot; send 3 bytes.
   EXPECT_EQ(Answer<p11wire::SlotInfoReply>(socket, WireOp::kGetSlotInfo, {1, 2, 3}), CKR_ARGUMENTS_BAD);
   EXPECT_EQ(Answer<p11wire::StatusReply>(socket, WireOp::kFinalize, {}), CKR_OK);

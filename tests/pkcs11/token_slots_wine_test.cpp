@@ -152,6 +152,20 @@ TEST_F(TokenSlots, OtherInitializeFailuresAreAccepted) {
   EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
 }
 
+// The monitor thread calls the module beside the application's threads: the module is told that
+// it may lock with the system's primitives (CKF_OS_LOCKING_OK, no mutex functions), and a module
+// that cannot lock is initialised once more without arguments.
+TEST_F(TokenSlots, ModuleIsInitialisedForSeveralThreads) {
+  StartProvider();
+  EXPECT_EQ(Control("init-args"), "flags=0x2 no-mutexes\n");
+}
+
+TEST_F(TokenSlots, ModuleThatCannotLockIsInitialisedWithoutArguments) {
+  Control("cant-lock on");
+  StartProvider();
+  EXPECT_EQ(Control("init-args"), "flags=0x2 no-mutexes\nnull\n");
+}
+
 class NoModuleValue : public TokenTest {
  protected:
   void SetUp() override {

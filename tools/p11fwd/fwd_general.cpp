@@ -8,15 +8,19 @@ using nivra::p11wire::WireOp;
 
 CK_DEFINE_FUNCTION(CK_RV, C_Initialize)(CK_VOID_PTR pInitArgs) {
   return Guarded([&]() -> CK_RV {
+    nivra::p11wire::InitializeRequest request;
     if (pInitArgs) {
       // The module locks with the operating system's primitives whatever the caller offers;
-      // the arguments are only checked for consistency.
+      // the arguments are checked for consistency and passed on for the helper to report.
       auto* args = static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs);
       if (args->pReserved) return CKR_ARGUMENTS_BAD;
       int given = !!args->CreateMutex + !!args->DestroyMutex + !!args->LockMutex + !!args->UnlockMutex;
       if (given != 0 && given != 4) return CKR_ARGUMENTS_BAD;
+      request.hasArguments = true;
+      request.flags = static_cast<uint32_t>(args->flags);
+      request.mutexFunctions = given == 4;
     }
-    return Link().Call<WireOp::kInitialize>({}).rv;
+    return Link().Call<WireOp::kInitialize>(request).rv;
   });
 }
 

@@ -50,6 +50,8 @@ void Dispatcher::ResetInjections() {
   while (!state_.removedTokens.empty()) InsertToken(*state_.removedTokens.begin());
   state_.fakeSlots.clear();
   state_.forcedInitialize.reset();
+  state_.cantLock = false;
+  state_.initializeArguments.clear();
   for (auto& [id, client] : state_.clients) client.pendingEvents.clear();
   state_.callCounts.fill(0);
   eventsChanged_.notify_all();
@@ -101,6 +103,20 @@ std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32
       return refuse(CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
     state_.forcedInitialize = ForcedInitialize{static_cast<uint32_t>(number), args == 2};
     return "ok";
+  }
+  if (verb == "cant-lock" && args == 1 && (words[1] == "on" || words[1] == "off")) {
+    state_.cantLock = words[1] == "on";
+    return "ok";
+  }
+  if (verb == "init-args" && args == 0) {
+    std::string lines;
+    for (const p11wire::InitializeRequest& given : state_.initializeArguments) {
+      lines += given.hasArguments ? "flags=" + Hex(given.flags) +
+                                        (given.mutexFunctions ? " mutexes" : " no-mutexes")
+                                  : std::string("null");
+      lines += "\n";
+    }
+    return lines;
   }
   if (verb == "remove" || verb == "insert" || verb == "event") {
     CK_SLOT_ID slot = 0;

@@ -2,12 +2,17 @@
 // The helper's control commands: one line of words, answered with a status and a text.
 //
 //   ping                        answers "pong"
-//   reset                       drops every injected condition below and zeroes the counters
+//   reset                       drops every injected condition below, forgets the C_Initialize
+//                               arguments and zeroes the counters
 //   add-slots <n> [blank]       adds n fake slots without a token (blank: descriptions of blanks
 //                               only); answers their identifiers
 //   force-init <rv> [noinit]    C_Initialize answers <rv> from now on; noinit: without
 //                               initialising the caller
 //   force-init off              C_Initialize answers normally again
+//   cant-lock on|off            on: C_Initialize told CKF_OS_LOCKING_OK without mutex functions
+//                               answers CKR_CANT_LOCK (as a module that cannot lock)
+//   init-args                   every C_Initialize argument since the start or the last reset,
+//                               one line each: "null", or "flags=0x.. mutexes|no-mutexes"
 //   remove <slot>               takes the token out of a module slot
 //   insert <slot>               puts it back
 //   slot-events on|off          on: C_WaitForSlotEvent waits for injected events (removal,

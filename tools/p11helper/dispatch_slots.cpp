@@ -53,7 +53,12 @@ void PadText(const char* text, uint8_t* field, size_t size) {
 
 }  // namespace
 
-StatusReply Dispatcher::Initialize(ClientState& client) {
+StatusReply Dispatcher::Initialize(ClientState& client, const InitializeRequest& request) {
+  state_.initializeArguments.push_back(request);
+  // A module that cannot lock by itself refuses to be told that it may use the system's locks.
+  if (state_.cantLock && request.hasArguments && !request.mutexFunctions &&
+      (request.flags & CKF_OS_LOCKING_OK))
+    return StatusOnly<StatusReply>(CKR_CANT_LOCK);
   const std::optional<ForcedInitialize>& forced = state_.forcedInitialize;
   if (forced && forced->leaveUninitialised) return StatusOnly<StatusReply>(forced->rv);
   if (client.initialised) return StatusOnly<StatusReply>(CKR_CRYPTOKI_ALREADY_INITIALIZED);

@@ -80,7 +80,7 @@ std::vector<uint8_t> Dispatcher::HandleCall(uint64_t clientId, uint16_t op,
   const bool ready = c.initialised;
   switch (static_cast<WireOp>(op)) {
     case WireOp::kInitialize:
-      return Serve<WireOp::kInitialize>(body, ready, [&](auto&) { return Initialize(c); });
+      return Serve<WireOp::kInitialize>(body, ready, [&](auto& r) { return Initialize(c, r); });
     case WireOp::kFinalize:
       return Serve<WireOp::kFinalize>(body, ready, [&](auto&) { return Finalize(c); });
     case WireOp::kGetInfo:

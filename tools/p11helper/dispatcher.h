@@ -45,7 +45,7 @@ class Dispatcher {
   using Lock = std::unique_lock<std::mutex>;
 
   // Slot-level operations (dispatch_slots.cpp).
-  p11wire::StatusReply Initialize(ClientState& client);
+  p11wire::StatusReply Initialize(ClientState& client, const p11wire::InitializeRequest& request);
   p11wire::StatusReply Finalize(ClientState& client);
   p11wire::InfoReply GetInfo();
   p11wire::ListReply GetSlotList(const p11wire::ListRequest& request);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/p11wire/pkcs11_abi.h"
+#include "tools/p11wire/wire_messages.h"
 #include "tools/p11wire/wire_ops.h"
 
 namespace nivra::p11helper {
@@ -50,6 +51,10 @@ struct HelperState {
   std::vector<FakeSlot> fakeSlots;
   std::set<CK_SLOT_ID> removedTokens;
   std::optional<ForcedInitialize> forcedInitialize;
+  // On: C_Initialize with CKF_OS_LOCKING_OK and no mutex functions answers CKR_CANT_LOCK.
+  bool cantLock = false;
+  // Every C_Initialize argument received since the start or the last reset, oldest first.
+  std::vector<p11wire::InitializeRequest> initializeArguments;
   // Off: C_WaitForSlotEvent goes to the module (SoftHSM2 answers CKR_FUNCTION_NOT_SUPPORTED).
   // On: it waits for injected events.
   bool slotEvents = false;

@@ -97,6 +97,19 @@ bool ControlRequest::Decode(WireReader& r) {
   return r.ok();
 }
 
+void InitializeRequest::Encode(WireWriter& w) const {
+  w.Bool(hasArguments);
+  w.U32(flags);
+  w.Bool(mutexFunctions);
+}
+
+bool InitializeRequest::Decode(WireReader& r) {
+  hasArguments = r.Bool();
+  flags = r.U32();
+  mutexFunctions = r.Bool();
+  return r.ok();
+}
+
 void SlotRequest::Encode(WireWriter& w) const { w.U32(slot); }
 
 bool SlotRequest::Decode(WireReader& r) {

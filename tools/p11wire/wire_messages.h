@@ -14,7 +14,7 @@
 
 namespace nivra::p11wire {
 
-inline constexpr uint32_t kWireProtocolVersion = 1;
+inline constexpr uint32_t kWireProtocolVersion = 2;
 inline constexpr uint32_t kWireUnavailable = 0xFFFFFFFFu;
 
 // A pointer-and-length argument; `present` mirrors a non-null pointer.
@@ -119,7 +119,17 @@ struct ControlRequest {
   bool Decode(WireReader& r);
 };
 
-// C_Initialize, C_Finalize, C_GetInfo.
+// C_Initialize: whether the caller passed a CK_C_INITIALIZE_ARGS, its flags, and whether it
+// offered its own mutex functions (all four; the forwarding module refuses a partial set).
+struct InitializeRequest {
+  bool hasArguments = false;
+  uint32_t flags = 0;
+  bool mutexFunctions = false;
+  void Encode(WireWriter& w) const;
+  bool Decode(WireReader& r);
+};
+
+// C_Finalize, C_GetInfo.
 struct EmptyRequest {
   void Encode(WireWriter&) const {}
   bool Decode(WireReader& r) { return r.ok(); }

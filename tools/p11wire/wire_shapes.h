@@ -18,7 +18,7 @@ struct WireShape;
 
 NIVRA_WIRE_SHAPE(kHello, HelloRequest, HelloReply);
 NIVRA_WIRE_SHAPE(kControl, ControlRequest, ControlReply);
-NIVRA_WIRE_SHAPE(kInitialize, EmptyRequest, StatusReply);
+NIVRA_WIRE_SHAPE(kInitialize, InitializeRequest, StatusReply);
 NIVRA_WIRE_SHAPE(kFinalize, EmptyRequest, StatusReply);
 NIVRA_WIRE_SHAPE(kGetInfo, EmptyRequest, InfoReply);
 NIVRA_WIRE_SHAPE(kGetSlotList, ListRequest, ListReply);
