@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "pkcs11/ckr_mapping.h"
+#include "pkcs11/container_forms.h"
 #include "pkcs11/module_loader.h"
 #include "pkcs11/remote_slots.h"
 #include "pkcs11/token_containers.h"
@@ -30,26 +31,17 @@ Status FindContainer(P11Slot& slot, char* name, size_t labelCapacity, CK_OBJECT_
   CK_RV rv = search.Open(slot.slotId);
   if (rv != CKR_OK) return MapCkrToError(rv);
 
-  const CK_OBJECT_CLASS containerClass = kContainerObjectClass;
-  AttributeList query;
-  query.AddValue(CKA_CLASS, containerClass);
   const size_t nameLength = std::strlen(name);
   CK_OBJECT_HANDLE found[kNamedSearchCapacity] = {};
   CK_ULONG count = 0;
-  if (nameLength != 0) {
-    query.Add(CKA_LABEL, name, nameLength);
-    rv = FindObjectsOnce(search.handle(), query, found, kNamedSearchCapacity, &count);
+  rv = FindContainerObjects(search.handle(), name, nameLength, found,
+                            nameLength != 0 ? kNamedSearchCapacity : 1, &count);
+  if (rv != CKR_OK) return MapCkrToError(rv);
+  if (count != 1) return provider::kNteBadKeyset;
+  if (nameLength == 0 && labelCapacity != 0) {
+    size_t labelLength = 0;
+    rv = ReadLabel(search.handle(), found[0], name, labelCapacity, &labelLength);
     if (rv != CKR_OK) return MapCkrToError(rv);
-    if (count != 1) return provider::kNteBadKeyset;
-  } else {
-    rv = FindObjectsOnce(search.handle(), query, found, 1, &count);
-    if (rv != CKR_OK) return MapCkrToError(rv);
-    if (count != 1) return provider::kNteBadKeyset;
-    if (labelCapacity != 0) {
-      size_t labelLength = 0;
-      rv = ReadLabel(search.handle(), found[0], name, labelCapacity, &labelLength);
-      if (rv != CKR_OK) return MapCkrToError(rv);
-    }
   }
   if (handleOut != nullptr) *handleOut = found[0];
   return kOk;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "pkcs11/ckr_mapping.h"
+#include "pkcs11/container_forms.h"
 #include "pkcs11/module_loader.h"
 #include "pkcs11/remote_slots.h"
 #include "pkcs11/slot_session.h"
@@ -45,14 +46,15 @@ Status CreateContainer(provider::ProviderContext& ctx, SlotDevice& device) {
   if (FindContainer(slot, ctx.containerName, 0, nullptr) == kOk) return kNteExists;
   Status status = EnsureLogin(ctx, device);
   if (status != kOk) return status;
-  const CK_OBJECT_CLASS containerClass = kContainerObjectClass;
-  AttributeList object;
-  object.AddValue(CKA_CLASS, containerClass);
-  object.Add(CKA_LABEL, ctx.containerName, std::strlen(ctx.containerName));
-  object.AddValue(CKA_TOKEN, kTrue);
-  object.AddValue(CKA_MODIFIABLE, kTrue);
-  return MapCkrToError(
-      P11()->C_CreateObject(slot.session, object.data(), object.count(), &device.container));
+  // A token that holds no vendor-defined objects gets the container's data form.
+  CK_RV rv = CKR_OK;
+  for (ContainerForm form : kContainerForms) {
+    AttributeList object;
+    ContainerTemplate(&object, form, ctx.containerName, std::strlen(ctx.containerName));
+    rv = P11()->C_CreateObject(slot.session, object.data(), object.count(), &device.container);
+    if (!RefusesVendorClass(rv)) break;
+  }
+  return MapCkrToError(rv);
 }
 
 Status OpenContainer(provider::ProviderContext& ctx, SlotDevice& device, uint32_t acquireFlags) {

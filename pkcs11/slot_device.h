@@ -57,6 +57,7 @@ class SlotDevice : public provider::CardDevice {
   uint32_t binding = kBindingModuleSlot;
   CK_OBJECT_HANDLE container = 0;   // the container object; 0 = not looked up
   CK_SESSION_HANDLE enumSession = 0;  // running container enumeration; 0 = none
+  size_t enumForm = 0;                // the container form it searches (index in kContainerForms)
   TokenKeyHandles signatureKeys{};
   TokenKeyHandles exchangeKeys{};
   PrivateResultCache cache{};

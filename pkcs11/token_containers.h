@@ -1,5 +1,6 @@
 // Key containers on the token. A container is one object of class 0x80000001 whose CKA_LABEL is
-// the container name (its 8-bit characters, no NUL), with CKA_TOKEN and CKA_MODIFIABLE true. Its
+// the container name (its 8-bit characters, no NUL), with CKA_TOKEN and CKA_MODIFIABLE true; on a
+// token that refuses that class, the marked data object of container_forms.h instead. Its
 // two key pairs and their certificates are ordinary objects tied to it by CKA_ID: the key IDs of
 // the container's key-ID record (its CKA_VALUE, when not empty), else the name followed by "_cspS"
 // (AT_SIGNATURE) or "_cspX" (AT_KEYEXCHANGE and every other key specification).
@@ -38,8 +39,9 @@ Status FindContainer(P11Slot& slot, char* name, size_t labelCapacity, CK_OBJECT_
 // container and learns its name; it creates or deletes "DefaultContainer".
 Status OpenContainer(provider::ProviderContext& ctx, SlotDevice& device, uint32_t acquireFlags);
 
-// Creates the context's container object on the slot session (after logging in).
-// NTE_EXISTS when a container with that label exists. No key-ID record is written.
+// Creates the context's container object on the slot session (after logging in): the vendor form,
+// or the data form when the token refuses the vendor class. NTE_EXISTS when a container with that
+// label exists. No key-ID record is written.
 Status CreateContainer(provider::ProviderContext& ctx, SlotDevice& device);
 
 // Removes the container's RSA keys and X.509 certificates under both key IDs, then the container

@@ -165,16 +165,19 @@ TEST_F(ForwardedToken, ProviderKeyPairSignsWithRawRsa) {
   f_->C_DestroyObject(session_, privateKey);
 }
 
-TEST_F(ForwardedToken, ContainerObjectsKeepTheirVendorClass) {
+TEST_F(ForwardedToken, ContainerObjectsKeepTheirVendorClassWhenTheHelperEmulatesIt) {
   ASSERT_EQ(LogIn(kFixtureUserPin), CKR_OK);
   CK_OBJECT_CLASS containerClass = kContainerClass, data = CKO_DATA;
   CK_BBOOL yes = CK_TRUE;
   CK_ATTRIBUTE classIs = {CKA_CLASS, &containerClass, sizeof containerClass};
   CK_ATTRIBUTE label = {CKA_LABEL, const_cast<char*>(kContainerLabel), sizeof kContainerLabel - 1};
-  for (CK_OBJECT_HANDLE stale : Find({classIs, label})) f_->C_DestroyObject(session_, stale);
-
   CK_ATTRIBUTE container[] = {classIs, label, {CKA_TOKEN, &yes, 1}, {CKA_MODIFIABLE, &yes, 1}};
   CK_OBJECT_HANDLE created = 0;
+  // By default the helper serves SoftHSM2 as it is, and SoftHSM2 refuses the class.
+  ASSERT_EQ(f_->C_CreateObject(session_, container, 4, &created), CKR_ATTRIBUTE_VALUE_INVALID);
+
+  HelperControl("vendor-class on");
+  for (CK_OBJECT_HANDLE stale : Find({classIs, label})) f_->C_DestroyObject(session_, stale);
   ASSERT_EQ(f_->C_CreateObject(session_, container, 4, &created), CKR_OK);
   EXPECT_EQ(Find({classIs, label}), std::vector<CK_OBJECT_HANDLE>{created});
   std::vector<CK_OBJECT_HANDLE> byClass = Find({classIs});

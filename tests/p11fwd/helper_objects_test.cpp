@@ -1,6 +1,6 @@
 // Objects and RSA through the helper against SoftHSM2: CK_ULONG-valued attributes at the caller's
 // width with the size-query protocol, vendor-class container objects kept as marked data
-// objects, and raw RSA with a key pair of the provider's templates, checked with OpenSSL.
+// objects while the helper emulates vendor classes, and raw RSA with a key pair of the provider's templates, checked with OpenSSL.
 #include <algorithm>
 
 #include "tests/p11fwd/helper_harness.h"
@@ -112,6 +112,7 @@ TEST_F(HelperObjects, AttributesArriveAtTheCallersWidth) {
 }
 
 TEST_F(HelperObjects, ContainerIsStoredAsMarkedPublicDataObject) {
+  harness().Control("vendor-class on");
   uint32_t container = Create(Container("StoredBox"));
   CK_OBJECT_CLASS cls = 0;
   char application[64] = {};
@@ -131,6 +132,7 @@ TEST_F(HelperObjects, ContainerIsStoredAsMarkedPublicDataObject) {
 }
 
 TEST_F(HelperObjects, ContainersAreFoundAndReadWithTheirClass) {
+  harness().Control("vendor-class on");
   const Bytes record = {2, 2, 0, 0, 'k', '1', 'k', '2'};
   WireTemplate withRecord = Container("FoundBox");
   withRecord.push_back(ValueAttribute(CKA_VALUE, record));

@@ -8,9 +8,11 @@ namespace {
 
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kNoMoreItems = 259;
-// How the helper stores a container object in SoftHSM2, which refuses vendor classes: a data
-// object (class 0) whose application names the class.
-const std::string kStoredClass = "0";
+// How a container is stored on plain SoftHSM2, which refuses vendor classes: the provider's data
+// form, a public data object (class 0) marked by its application.
+const std::string kDataClass = "0";
+const std::string kDataFormMarker = Hex(TextBytes("NivraCSP container"));
+// How the helper stores the vendor form while it emulates a token that holds vendor classes.
 const std::string kVendorMarker = Hex(TextBytes("nivra-vendor-class-80000001"));
 
 class TokenContainers : public TokenTest {
@@ -20,10 +22,12 @@ class TokenContainers : public TokenTest {
     if (HasFatalFailure()) return;
     StartProvider();
   }
-  std::vector<NativeObject> StoredContainers(const std::string& name) {
+  // The token's data objects labelled `name` whose application is `marker`, natively.
+  std::vector<NativeObject> StoredContainers(const std::string& name,
+                                             const std::string& marker = kDataFormMarker) {
     std::vector<NativeObject> found;
     for (const NativeObject& object : NativeObjectsWith("label", Hex(TextBytes(name)))) {
-      if (object.count("application") && object.at("application") == kVendorMarker) {
+      if (object.count("application") && object.at("application") == marker) {
         found.push_back(object);
       }
     }
@@ -59,10 +63,17 @@ TEST_F(TokenContainers, CreateOpenEnumerateAndDeleteAContainer) {
   ASSERT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET), 0u);
 
   const auto stored = StoredContainers(name);
-  ASSERT_EQ(stored.size(), 1u) << "one container object, stored as the marked data object";
-  EXPECT_EQ(stored[0].at("class"), kStoredClass);
+  ASSERT_EQ(stored.size(), 1u) << "one container object, in the data form";
+  EXPECT_EQ(stored[0].at("class"), kDataClass);
   EXPECT_EQ(stored[0].at("token"), "1");
   EXPECT_EQ(stored[0].at("modifiable"), "1");
+  EXPECT_EQ(stored[0].at("private"), "0");
+  // pkcs11-tool shows it without a login, with its label and application.
+  const auto listed = Pkcs11ToolDataObjects();
+  const auto label = std::find(listed.begin(), listed.end(), "  label:          '" + name + "'");
+  ASSERT_NE(label, listed.end());
+  ASSERT_NE(label + 1, listed.end());
+  EXPECT_EQ(label[1], "  application:    'NivraCSP container'");
 
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire(OnToken(name), 0, &prov), 0u) << "opening finds it";
@@ -150,6 +161,41 @@ TEST_F(TokenContainers, CreatingWithAnEmptyNameMakesDefaultContainer) {
   EXPECT_EQ(StoredContainers("DefaultContainer").size(), 1u);
   ASSERT_EQ(Acquire(OnToken(""), CRYPT_DELETEKEYSET), 0u);
   EXPECT_TRUE(StoredContainers("DefaultContainer").empty());
+}
+
+// A token that holds vendor-defined classes gets the vendor form; containers of both forms on one
+// token are opened, enumerated (the vendor form first) and deleted alike.
+TEST_F(TokenContainers, BothFormsAreFoundEnumeratedAndDeleted) {
+  LogIn();
+  const std::string data = CaseName("Data");
+  const std::string vendor = CaseName("Vendor");
+  FreshContainer(data);
+  ASSERT_EQ(Acquire(OnToken(data), CRYPT_NEWKEYSET), 0u);
+  Control("vendor-class on");
+  FreshContainer(vendor);
+  ASSERT_EQ(Acquire(OnToken(vendor), CRYPT_NEWKEYSET), 0u);
+  ASSERT_EQ(StoredContainers(data).size(), 1u);
+  ASSERT_EQ(StoredContainers(vendor, kVendorMarker).size(), 1u) << "the vendor form was accepted";
+  EXPECT_TRUE(StoredContainers(vendor).empty());
+
+  HCRYPTPROV prov = 0;
+  for (const std::string& name : {data, vendor}) {
+    ASSERT_EQ(Acquire(OnToken(name), 0, &prov), 0u) << name;
+    EXPECT_EQ(ContainerParam(prov), name);
+  }
+  const auto names = Enumerate(prov);
+  const auto vendorAt = std::find(names.begin(), names.end(), vendor);
+  const auto dataAt = std::find(names.begin(), names.end(), data);
+  ASSERT_NE(vendorAt, names.end());
+  ASSERT_NE(dataAt, names.end());
+  EXPECT_LT(vendorAt, dataAt) << "vendor form first";
+
+  for (const std::string& name : {data, vendor}) {
+    ASSERT_EQ(Acquire(OnToken(name), CRYPT_DELETEKEYSET), 0u) << name;
+    EXPECT_EQ(Acquire(OnToken(name), 0), kNteBadKeyset) << name;
+  }
+  EXPECT_TRUE(StoredContainers(data).empty());
+  EXPECT_TRUE(StoredContainers(vendor, kVendorMarker).empty());
 }
 
 }  // namespace

@@ -189,14 +189,17 @@ CK_FUNCTION_LIST* TokenTest::Module() {
 }
 
 std::vector<std::string> TokenTest::RunProbe(const std::string& arguments) {
+  return RunNative("'" + std::string(NIVRA_TOKEN_PROBE) + "' " + arguments);
+}
+
+std::vector<std::string> TokenTest::RunNative(const std::string& commandLine) {
   const std::string output = std::string(NIVRA_FIXTURE_UNIX) + "/probe-" +
                              std::to_string(GetCurrentProcessId()) + "-" +
                              std::to_string(++probeRuns_) + ".out";
   // Wine starts native programs itself but gives no waitable handle and no exit code for them,
-  // so the probe ends its output with "done" and the output is polled until that line is there.
-  std::string command = "/bin/sh -c \"'" + std::string(NIVRA_TOKEN_PROBE) + "' " + arguments +
-                        " > '" + output + ".part' 2>&1; mv '" + output + ".part' '" + output +
-                        "'\"";
+  // so the output ends with "done" and appears under its name only when it is complete.
+  std::string command = "/bin/sh -c \"(" + commandLine + "; echo done) > '" + output +
+                        ".part' 2>&1; mv '" + output + ".part' '" + output + "'\"";
   STARTUPINFOA startup{};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION process{};
@@ -225,7 +228,7 @@ std::vector<std::string> TokenTest::RunProbe(const std::string& arguments) {
     break;
   }
   DeleteFileA(("Z:" + output).c_str());
-  EXPECT_TRUE(done) << "the probe did not finish: " << arguments;
+  EXPECT_TRUE(done) << "the native command did not finish: " << commandLine;
   for (const std::string& l : lines) EXPECT_NE(l.rfind("error:", 0), 0u) << l;
   return lines;
 }
@@ -255,6 +258,12 @@ std::vector<NativeObject> TokenTest::NativeObjectsWith(const std::string& name,
     if (it != object.end() && it->second == value) matching.push_back(object);
   }
   return matching;
+}
+
+std::vector<std::string> TokenTest::Pkcs11ToolDataObjects() {
+  return RunNative("SOFTHSM2_CONF='" + std::string(NIVRA_FIXTURE_UNIX) +
+                   "/softhsm2.conf' pkcs11-tool --module /usr/lib/softhsm/libsofthsm2.so "
+                   "--list-objects --type data");
 }
 
 bool TokenTest::NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent,

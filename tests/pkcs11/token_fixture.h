@@ -79,6 +79,8 @@ class TokenTest : public ::testing::Test {
   std::vector<NativeObject> NativeObjects();
   // Native objects whose attribute `name` has the value `value`.
   std::vector<NativeObject> NativeObjectsWith(const std::string& name, const std::string& value);
+  // The token's data objects as pkcs11-tool lists them natively without a login, one line each.
+  std::vector<std::string> Pkcs11ToolDataObjects();
   // OpenSSL's verdict on a PKCS#1 v1.5 SHA-1 signature (big-endian values).
   bool NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent, const Bytes& message,
                           const Bytes& signature);
@@ -100,6 +102,8 @@ class TokenTest : public ::testing::Test {
  private:
   // Runs the probe with `arguments` and returns its output lines (without the final "done").
   std::vector<std::string> RunProbe(const std::string& arguments);
+  // Runs a native shell command line and returns its output lines (both streams).
+  std::vector<std::string> RunNative(const std::string& commandLine);
   int probeRuns_ = 0;
 };
 

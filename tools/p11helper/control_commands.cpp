@@ -51,6 +51,7 @@ void Dispatcher::ResetInjections() {
   state_.fakeSlots.clear();
   state_.forcedInitialize.reset();
   state_.cantLock = false;
+  state_.vendorClass = vendorClassAtStart_;
   state_.initializeArguments.clear();
   for (auto& [id, client] : state_.clients) client.pendingEvents.clear();
   state_.callCounts.fill(0);
@@ -102,6 +103,10 @@ std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32
     if (!ParseControlNumber(words[1], &number) || number > 0xFFFFFFFFull)
       return refuse(CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
     state_.forcedInitialize = ForcedInitialize{static_cast<uint32_t>(number), args == 2};
+    return "ok";
+  }
+  if (verb == "vendor-class" && args == 1 && (words[1] == "on" || words[1] == "off")) {
+    state_.vendorClass = words[1] == "on";
     return "ok";
   }
   if (verb == "cant-lock" && args == 1 && (words[1] == "on" || words[1] == "off")) {

@@ -9,6 +9,9 @@
 //   force-init <rv> [noinit]    C_Initialize answers <rv> from now on; noinit: without
 //                               initialising the caller
 //   force-init off              C_Initialize answers normally again
+//   vendor-class on|off         on: objects of vendor-defined classes are kept as marked data
+//                               objects and shown with their class; off: the module answers
+//                               them (reset restores the setting the helper started with)
 //   cant-lock on|off            on: C_Initialize told CKF_OS_LOCKING_OK without mutex functions
 //                               answers CKR_CANT_LOCK (as a module that cannot lock)
 //   init-args                   every C_Initialize argument since the start or the last reset,

@@ -1,5 +1,5 @@
-// Object calls: creation, destruction, attributes and searches, with vendor-class objects kept
-// as marked data objects (vendor_class.h).
+// Object calls: creation, destruction, attributes and searches; with the vendor-class emulation
+// on, vendor-class objects are kept as marked data objects (vendor_class.h).
 #include <algorithm>
 
 #include "tools/p11helper/abi_widths.h"
@@ -25,7 +25,7 @@ bool AnswersAttributes(CK_RV rv) {
 
 HandleReply Dispatcher::CreateObject(ClientState& client, TemplateRequest request) {
   if (CK_RV rv = CheckSession(client, request.session)) return StatusOnly<HandleReply>(rv);
-  RewriteClassForStorage(&request.attributes, true);
+  if (state_.vendorClass) RewriteClassForStorage(&request.attributes, true);
   NativeTemplate native = NativeTemplate::FromValues(request.attributes);
   CK_OBJECT_HANDLE object = 0;
   CK_RV rv = module_->C_CreateObject(request.session, native.data(), native.size(), &object);
@@ -52,7 +52,7 @@ AttributesReply Dispatcher::GetAttributeValue(ClientState& client, const Templat
       module_->C_GetAttributeValue(request.session, request.object, native.data(), native.size()));
   if (!AnswersAttributes(reply.rv)) return reply;
   reply.attributes = native.Answers(request.attributes, &reply.rv);
-  if (QueryTouchesClass(request.attributes)) {
+  if (state_.vendorClass && QueryTouchesClass(request.attributes)) {
     uint32_t vendorClass = StoredVendorClass(module_, request.session, request.object);
     if (vendorClass != 0) PresentVendorAnswers(vendorClass, &reply.attributes, &reply.rv);
   }
@@ -68,7 +68,8 @@ StatusReply Dispatcher::SetAttributeValue(ClientState& client, const TemplateReq
 
 StatusReply Dispatcher::FindObjectsInit(ClientState& client, TemplateRequest request) {
   if (CK_RV rv = CheckSession(client, request.session)) return StatusOnly<StatusReply>(rv);
-  ClassUse use = RewriteClassForStorage(&request.attributes, false);
+  const ClassUse use =
+      state_.vendorClass ? RewriteClassForStorage(&request.attributes, false) : ClassUse::kAny;
   NativeTemplate native = NativeTemplate::FromValues(request.attributes);
   CK_RV rv = module_->C_FindObjectsInit(request.session, native.data(), native.size());
   if (rv == CKR_OK && use == ClassUse::kData)

@@ -17,8 +17,13 @@ namespace nivra::p11helper {
 
 class Dispatcher {
  public:
-  // `module` is an initialised function list that outlives the dispatcher.
-  explicit Dispatcher(CK_FUNCTION_LIST* module) : module_(module) {}
+  // `module` is an initialised function list that outlives the dispatcher. `vendorClass` turns
+  // the emulation of vendor-defined object classes (vendor_class.h) on from the start; the
+  // control command "vendor-class" changes it and "reset" restores this setting.
+  explicit Dispatcher(CK_FUNCTION_LIST* module, bool vendorClass = false)
+      : module_(module), vendorClassAtStart_(vendorClass) {
+    state_.vendorClass = vendorClass;
+  }
 
   // A connection of client `clientId` said hello / went away. When the last connection of a
   // client goes, its sessions are closed as if the process had finalised.
@@ -107,6 +112,7 @@ class Dispatcher {
   void ResetInjections();
 
   CK_FUNCTION_LIST* module_;
+  const bool vendorClassAtStart_;
   std::mutex mutex_;
   std::condition_variable eventsChanged_;
   HelperState state_;

@@ -58,6 +58,9 @@ struct HelperState {
   // Off: C_WaitForSlotEvent goes to the module (SoftHSM2 answers CKR_FUNCTION_NOT_SUPPORTED).
   // On: it waits for injected events.
   bool slotEvents = false;
+  // On: objects of vendor-defined classes, which the module refuses, are kept as marked data
+  // objects and shown with their class (vendor_class.h). Off: the module answers them itself.
+  bool vendorClass = false;
   // Searches that must leave stored vendor objects out (a search for CKO_DATA), by session.
   std::set<CK_SESSION_HANDLE> dataOnlySearches;
   std::array<uint64_t, p11wire::kWireLastCallOp - p11wire::kWireFirstCallOp + 1> callCounts = {};

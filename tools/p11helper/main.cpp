@@ -1,8 +1,11 @@
 // nivra-p11-helper: serves a native PKCS#11 module to the Windows forwarding module
 // (nivrap11fwd.dll) over loopback TCP, and sends control commands to a running helper.
 //
-//   nivra-p11-helper [--listen HOST:PORT] [--module PATH] [--port-file FILE]
+//   nivra-p11-helper [--listen HOST:PORT] [--module PATH] [--port-file FILE] [--vendor-class]
 //   nivra-p11-helper --ctl HOST:PORT COMMAND [ARGUMENTS...]
+//
+// --vendor-class: objects of vendor-defined classes, which most modules refuse, are kept as
+// marked data objects and shown with their class (off by default: the module answers them).
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +28,7 @@ void OnSignal(int) { g_signalled = true; }
 int Usage() {
   std::fprintf(stderr,
                "usage: nivra-p11-helper [--listen HOST:PORT] [--module PATH] [--port-file FILE]\n"
+               "                        [--vendor-class]\n"
                "       nivra-p11-helper --ctl HOST:PORT COMMAND [ARGUMENTS...]\n"
                "default: --listen 127.0.0.1:%u --module %s\n",
                p11wire::kWireDefaultPort, p11helper::kDefaultModulePath);
@@ -63,8 +67,13 @@ int main(int argc, char** argv) {
   p11wire::WireAddress address{"127.0.0.1", p11wire::kWireDefaultPort};
   std::string module = p11helper::kDefaultModulePath;
   std::string portFile;
+  bool vendorClass = false;
   for (int i = 1; i < argc; ++i) {
     std::string option = argv[i];
+    if (option == "--vendor-class") {
+      vendorClass = true;
+      continue;
+    }
     if (i + 1 >= argc) return Usage();
     std::string value = argv[++i];
     if (option == "--listen" && p11wire::ParseWireAddress(value, &address)) continue;
@@ -85,7 +94,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "nivra-p11-helper: %s\n", error.c_str());
     return 1;
   }
-  p11helper::Dispatcher dispatcher(native.functions());
+  p11helper::Dispatcher dispatcher(native.functions(), vendorClass);
   p11helper::HelperServer server(&dispatcher);
   if (!server.Listen(address, &error)) {
     std::fprintf(stderr, "nivra-p11-helper: %s\n", error.c_str());
