@@ -87,7 +87,9 @@ TEST_F(HelperProtocol, MalformedBodyIsAnsweredWithArgumentsBadAndTheConnectionGo
 TEST_F(HelperProtocol, MalformedOrImpossibleControlCommandsAreRefused) {
   for (std::string bad : {"", "force-init", "force-init 0x100000000", "force-init 18446744073709551616",
                           "force-init -1", "add-slots 0x", "add-slots 12a", "add-slots 0",
-                          "add-slots 4097", "add-slots 2 empty", "remove", "count C_DigestInit"})
+                          "add-slots 4097", "add-slots 2 empty", "remove", "count C_DigestInit",
+                          "vendor-class yes", "cant-lock", "refuse-vendor-class 0",
+                          "refuse-vendor-class 0x100000000", "init-args all"})
     EXPECT_EQ(harness().ControlStatus(bad), CKR_ARGUMENTS_BAD) << bad;
   for (std::string slot : {std::string("0x7ffffff0"), harness().Control("add-slots 1")})
     for (std::string verb : {"remove ", "insert "})

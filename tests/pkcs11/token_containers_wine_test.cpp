@@ -8,6 +8,7 @@ namespace {
 
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kNoMoreItems = 259;
+constexpr DWORD kNteNoMemory = 0x8009000E;
 // How a container is stored on plain SoftHSM2, which refuses vendor classes: the provider's data
 // form, a public data object (class 0) marked by its application.
 const std::string kDataClass = "0";
@@ -161,6 +162,30 @@ TEST_F(TokenContainers, CreatingWithAnEmptyNameMakesDefaultContainer) {
   EXPECT_EQ(StoredContainers("DefaultContainer").size(), 1u);
   ASSERT_EQ(Acquire(OnToken(""), CRYPT_DELETEKEYSET), 0u);
   EXPECT_TRUE(StoredContainers("DefaultContainer").empty());
+}
+
+// Tokens refuse the vendor class with one of three codes, and each gets the data form; any other
+// refusal is a failure of its own, not a reason to change form.
+TEST_F(TokenContainers, EachRefusalOfTheVendorClassGetsTheDataForm) {
+  LogIn();
+  const struct {
+    const char* refusal;
+    DWORD error;
+    size_t dataForms;
+  } cases[] = {
+      {"0x13", 0, 1},  // CKR_ATTRIBUTE_VALUE_INVALID
+      {"0xD1", 0, 1},  // CKR_TEMPLATE_INCONSISTENT
+      {"0x12", 0, 1},  // CKR_ATTRIBUTE_TYPE_INVALID
+      {"0x31", kNteNoMemory, 0},  // CKR_DEVICE_MEMORY
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.refusal);
+    const std::string name = CaseName(c.refusal);
+    FreshContainer(name);
+    Control(std::string("refuse-vendor-class ") + c.refusal);
+    EXPECT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET), c.error);
+    EXPECT_EQ(StoredContainers(name).size(), c.dataForms);
+  }
 }
 
 // A token that holds vendor-defined classes gets the vendor form; containers of both forms on one

@@ -52,6 +52,7 @@ void Dispatcher::ResetInjections() {
   state_.forcedInitialize.reset();
   state_.cantLock = false;
   state_.vendorClass = vendorClassAtStart_;
+  state_.vendorClassRefusal.reset();
   state_.initializeArguments.clear();
   for (auto& [id, client] : state_.clients) client.pendingEvents.clear();
   state_.callCounts.fill(0);
@@ -107,6 +108,16 @@ std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32
   }
   if (verb == "vendor-class" && args == 1 && (words[1] == "on" || words[1] == "off")) {
     state_.vendorClass = words[1] == "on";
+    return "ok";
+  }
+  if (verb == "refuse-vendor-class" && args == 1) {
+    if (words[1] == "off") {
+      state_.vendorClassRefusal.reset();
+      return "ok";
+    }
+    if (!ParseControlNumber(words[1], &number) || number == 0 || number > 0xFFFFFFFFull)
+      return refuse(CKR_ARGUMENTS_BAD, "refusal must be a non-zero 32-bit number");
+    state_.vendorClassRefusal = static_cast<uint32_t>(number);
     return "ok";
   }
   if (verb == "cant-lock" && args == 1 && (words[1] == "on" || words[1] == "off")) {

@@ -12,6 +12,9 @@
 //   vendor-class on|off         on: objects of vendor-defined classes are kept as marked data
 //                               objects and shown with their class; off: the module answers
 //                               them (reset restores the setting the helper started with)
+//   refuse-vendor-class <rv>    creating an object of a vendor-defined class answers <rv>
+//                               (non-zero), as tokens that refuse such classes do, each with its
+//                               own code; "off" ends it
 //   cant-lock on|off            on: C_Initialize told CKF_OS_LOCKING_OK without mutex functions
 //                               answers CKR_CANT_LOCK (as a module that cannot lock)
 //   init-args                   every C_Initialize argument since the start or the last reset,

@@ -25,6 +25,8 @@ bool AnswersAttributes(CK_RV rv) {
 
 HandleReply Dispatcher::CreateObject(ClientState& client, TemplateRequest request) {
   if (CK_RV rv = CheckSession(client, request.session)) return StatusOnly<HandleReply>(rv);
+  if (state_.vendorClassRefusal && NamesVendorClass(request.attributes))
+    return StatusOnly<HandleReply>(*state_.vendorClassRefusal);
   if (state_.vendorClass) RewriteClassForStorage(&request.attributes, true);
   NativeTemplate native = NativeTemplate::FromValues(request.attributes);
   CK_OBJECT_HANDLE object = 0;

@@ -61,6 +61,9 @@ struct HelperState {
   // On: objects of vendor-defined classes, which the module refuses, are kept as marked data
   // objects and shown with their class (vendor_class.h). Off: the module answers them itself.
   bool vendorClass = false;
+  // When set: creating an object of a vendor-defined class answers this value (as tokens that
+  // refuse such classes do, each with its own code).
+  std::optional<uint32_t> vendorClassRefusal;
   // Searches that must leave stored vendor objects out (a search for CKO_DATA), by session.
   std::set<CK_SESSION_HANDLE> dataOnlySearches;
   std::array<uint64_t, p11wire::kWireLastCallOp - p11wire::kWireFirstCallOp + 1> callCounts = {};

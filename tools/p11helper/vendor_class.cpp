@@ -56,6 +56,13 @@ bool ParseVendorMarker(const uint8_t* value, size_t size, uint32_t* objectClass)
   return true;
 }
 
+bool NamesVendorClass(const WireTemplate& wire) {
+  uint32_t objectClass = 0;
+  for (const WireAttribute& a : wire)
+    if (a.type == CKA_CLASS && ReadWireUlong(a, &objectClass)) return IsVendorClass(objectClass);
+  return false;
+}
+
 ClassUse RewriteClassForStorage(WireTemplate* wire, bool creating) {
   uint32_t objectClass = 0;
   WireAttribute* classAttribute = nullptr;

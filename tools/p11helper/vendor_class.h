@@ -20,6 +20,9 @@ std::string VendorMarker(uint32_t objectClass);
 // The class named by a marker value; false when `value` is not a marker.
 bool ParseVendorMarker(const uint8_t* value, size_t size, uint32_t* objectClass);
 
+// True when the template's CKA_CLASS is a vendor-defined class.
+bool NamesVendorClass(const p11wire::WireTemplate& wire);
+
 // What a template says about the object class, after RewriteClassForStorage.
 enum class ClassUse {
   kAny,     // no class, or a class that needs nothing done
