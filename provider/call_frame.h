@@ -8,6 +8,7 @@
 
 #include <new>
 
+#include "platform/named_mutex.h"
 #include "provider/handle_registry.h"
 #include "provider/provider_context.h"
 #include "provider/status_codes.h"
@@ -30,18 +31,6 @@ struct Outcome {
   static Outcome SoftwareFailure() { return {FALSE, GetLastError(), LastError::Set}; }
 };
 
-// Waits on the context's lock (when it has one) for the guard's lifetime.
-class ContextLockGuard {
- public:
-  explicit ContextLockGuard(const ProviderContext& ctx);
-  ~ContextLockGuard();
-  ContextLockGuard(const ContextLockGuard&) = delete;
-  ContextLockGuard& operator=(const ContextLockGuard&) = delete;
-
- private:
-  HANDLE lock_ = nullptr;
-};
-
 // Sets the last error as the outcome says and returns its BOOL.
 BOOL Finish(const Outcome& outcome);
 
@@ -53,7 +42,7 @@ BOOL RunInContext(HCRYPTPROV hProv, Work&& work) noexcept {
   if (status != kOk) return Finish(Outcome::Failure(status));
   Outcome outcome = Outcome::Failure(kNteFail);
   {
-    ContextLockGuard lock(*ctx);
+    platform::NamedMutexLock lock(ctx->contextLock);
     try {
       outcome = work(*ctx);
     } catch (const std::bad_alloc&) {

@@ -2,6 +2,7 @@
 // the one that holds the container (silent contexts), or the one the user picks.
 #include <cstring>
 
+#include "platform/named_mutex.h"
 #include "provider/card_dispatch.h"
 #include "provider/card_selection.h"
 #include "provider/context_lifecycle.h"
@@ -111,7 +112,7 @@ Status SelectDeviceAndOpenContainer(ProviderContext& ctx, const ContainerString&
   CardDeviceList slots;
   if (Module().moduleAvailable) {
     CardBackend* tokenSlots = FindCardBackend(BackendTokenSlot);
-    std::unique_ptr<DeviceTableLock> tableLock = tokenSlots->LockDeviceTable();
+    platform::NamedMutexLock tableLock(tokenSlots->DeviceTableMutex());
     status = tokenSlots->EnumDevices(ctx, slots);
     if (status != kOk) return status;
     if (ctx.verifyOnly && !slots.empty()) {
