@@ -1,8 +1,8 @@
 // The only way from a caller's handle number to a provider record. Handles are the record's
 // address plus a bias (contexts: HANDLE_BIAS; keys and hashes: their context's objectBias), and
 // each record stores its own handle value. Before any record is read through a handle, the
-// address is looked up among the records that are alive, so a stale or garbage handle yields
-// NTE_INVALID_HANDLE instead of a read at an address the caller chose.
+// address is looked up among the records that are alive (crypto/live_records.h), so a stale or
+// garbage handle yields NTE_INVALID_HANDLE instead of a read at an address the caller chose.
 #pragma once
 #include <windows.h>
 #include <wincrypt.h>
