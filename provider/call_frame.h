@@ -35,17 +35,19 @@ struct Outcome {
 // Sets the last error as the outcome says and returns its BOOL.
 BOOL Finish(const Outcome& outcome);
 
-// Runs `work(ctx)` (returning Outcome) inside the frame for hProv.
+// Runs `work(ctx)` (returning Outcome) inside the frame for hProv. The context is held for the
+// whole call, so a release that races the call waits for it; a call that obtains the lock after
+// the context was released fails with NTE_INVALID_HANDLE.
 template <class Work>
 BOOL RunInContext(HCRYPTPROV hProv, Work&& work) noexcept {
-  ProviderContext* ctx = nullptr;
-  Status status = LookupContext(hProv, &ctx);
-  if (status != kOk) return Finish(Outcome::Failure(status));
+  ContextHold hold(hProv);
+  if (hold.status() != kOk) return Finish(Outcome::Failure(hold.status()));
+  ProviderContext* ctx = hold.context();
   Outcome outcome = Outcome::Failure(kNteFail);
   {
     platform::NamedMutexLock lock(ctx->contextLock);
     try {
-      outcome = work(*ctx);
+      outcome = IsContextLive(ctx) ? work(*ctx) : Outcome::Failure(kNteInvalidHandle);
     } catch (const std::bad_alloc&) {
       outcome = Outcome::Failure(kNteNoMemory);
     } catch (...) {

@@ -8,7 +8,6 @@
 namespace nivra::provider {
 
 void ReleaseContextRecord(ProviderContext* ctx) {
-  UnregisterContext(ctx);
   {
     platform::NamedMutexLock lock(ctx->contextLock);
     while (!ctx->keys.empty()) DestroyKeyObject(*ctx, ctx->keys.back());

@@ -59,11 +59,12 @@ void ModuleStartupForAcquire() {
   ++m.liveContexts;
 }
 
-uint32_t CurrentObjectBias() { return Module().objectBiasCounter.load(); }
-
-void AdvanceObjectBias() {
+uint32_t DrawObjectBias() {
   auto& counter = Module().objectBiasCounter;
-  counter.store((counter.load() + 16) & 0x01FFFFFF);
+  uint32_t bias = counter.load();
+  while (!counter.compare_exchange_weak(bias, (bias + kObjectBiasStep) & kObjectBiasMask)) {
+  }
+  return bias;
 }
 
 BOOL StartupHook(HINSTANCE module) {

@@ -29,11 +29,15 @@ ModuleState& Module();
 // module when that has not happened yet, records whether it is available, and counts the context.
 void ModuleStartupForAcquire();
 
-// The bias of a new context's key and hash handles. Advanced after each successful acquire:
-// (counter + 16) & 0x01FFFFFF. Two contexts may draw the same bias; key and hash handles are
-// always checked against the context the caller names, so that is harmless.
-uint32_t CurrentObjectBias();
-void AdvanceObjectBias();
+constexpr uint32_t kObjectBiasStep = 16;
+constexpr uint32_t kObjectBiasMask = 0x01FFFFFF;
+
+// The bias of a new context's key and hash handles, drawn after each successful acquire: the
+// counter's value, which advances to (value + 16) & 0x01FFFFFF in the same atomic step, so two
+// acquires never draw the same value from one turn of the counter. After it wraps, two contexts
+// can share a bias; key and hash handles are checked against the context that made them, so that
+// is harmless.
+uint32_t DrawObjectBias();
 
 // Library load and unload (called from DllMain).
 BOOL StartupHook(HINSTANCE module);
