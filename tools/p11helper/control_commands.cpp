@@ -66,6 +66,9 @@ size_t Arguments(const std::vector<std::string>& words) { return words.size() - 
 bool NoArguments(const std::vector<std::string>& words) { return Arguments(words) == 0; }
 bool OneArgument(const std::vector<std::string>& words) { return Arguments(words) == 1; }
 bool AnyArguments(const std::vector<std::string>&) { return true; }
+bool OnOrOff(const std::vector<std::string>& words) {
+  return OneArgument(words) && (words[1] == "on" || words[1] == "off");
+}
 // One argument, or two whose second is `flag`.
 template <const char* flag>
 bool OneArgumentAndOptional(const std::vector<std::string>& words) {
@@ -174,7 +177,7 @@ const Dispatcher::ControlCommand Dispatcher::kControlCommands[] = {
     {"remove", AnyArguments, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.SlotCommand(w, rv); }},
     {"insert", AnyArguments, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.SlotCommand(w, rv); }},
     {"event", AnyArguments, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.SlotCommand(w, rv); }},
-    {"slot-events", [](const Words& w) { return OneArgument(w) && (w[1] == "on" || w[1] == "off"); },
+    {"slot-events", OnOrOff,
      [](Dispatcher& d, const Words& w, uint32_t*) -> std::string {
        d.state_.slotEvents = w[1] == "on";
        d.eventsChanged_.notify_all();
