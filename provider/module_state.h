@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "provider/handle_registry.h"
+
 namespace nivra::provider {
 
 constexpr size_t kLastSlotNameSize = 260;
@@ -14,7 +16,7 @@ struct ModuleState {
   DWORD loadTick = GetTickCount();      // read by the service-availability wait
   std::atomic<bool> stopping{false};    // set by the shut-down hook; ends the watcher thread
   std::atomic<int32_t> liveContexts{0};
-  std::atomic<uint32_t> objectBiasCounter{0x0110F7F0};
+  std::atomic<uint32_t> objectBiasCounter{static_cast<uint32_t>(kHandleBias)};  // first draw
   std::atomic<bool> moduleAvailable{false};  // the PKCS#11 module is loaded
   HANDLE moduleMutex = nullptr;
   // Name of the device last reached by name, per kind.
