@@ -51,6 +51,27 @@ void ToMontgomery(uint32_t* r, const uint32_t* value, size_t vn, const uint32_t*
   WordsCopy(r, dividend, n);
 }
 
+// result = x[0..n); 0, or -1 when result cannot grow to n words.
+int StoreResult(CBigNumber& result, const uint32_t* x, size_t n) {
+  int status = n > result.capacity ? result.Reserve(static_cast<uint32_t>(n)) : 0;
+  if (status == 0) {
+    WordsCopy(result.words, x, n);
+    result.used = static_cast<uint32_t>(n);
+    result.Trim();
+  }
+  return status;
+}
+
+// result = 2^e as a single bit (the caller knows 2^e < m).
+int SetPowerOfTwo(CBigNumber& result, uint32_t e) {
+  uint32_t wn = e / 32 + 1;
+  if (wn > result.capacity && result.Reserve(wn) != 0) return -1;
+  WordsZero(result.words, wn);
+  result.words[e / 32] = 1u << (e % 32);
+  result.used = wn;
+  return 0;
+}
+
 // 2^exp mod m for odd m > 1 with exp >= 1 and 2^exp >= m.
 int ModExpBase2(CBigNumber& result, const CBigNumber& exp, const CBigNumber& m) {
   const size_t n = WordsTrim(m.words, m.used);
@@ -86,74 +107,44 @@ int ModExpBase2(CBigNumber& result, const CBigNumber& exp, const CBigNumber& m) 
     }
   }
   mont.Leave(x, x);
-  int status = n > result.capacity ? result.Reserve(static_cast<uint32_t>(n)) : 0;
-  if (status == 0) {
-    WordsCopy(result.words, x, n);
-    result.used = static_cast<uint32_t>(n);
-    result.Trim();
-  }
+  int status = StoreResult(result, x, n);
   FreeWords(block, total);
   return status;
 }
 
-}  // namespace
-
-int CBigNumber::ModExp(const CBigNumber& base, const CBigNumber& exp, const CBigNumber& m) {
-  const size_t n = WordsTrim(m.words, m.used);
-  if (n == 0 || (m.words[0] & 1u) == 0) return -1;
+// 2^exp mod m for odd m.
+int ModExpOfTwo(CBigNumber& result, const CBigNumber& exp, const CBigNumber& m) {
+  const uint32_t mbits = m.BitLength();
   const uint32_t ebits = exp.BitLength();
-
-  if (base.IsWord(2)) {
-    const uint32_t mbits = m.BitLength();
-    if (mbits == 1) {  // m = 1
-      used = 0;
-      return 0;
-    }
-    if (ebits <= 32 && (ebits == 0 || exp.words[0] <= mbits - 1)) {
-      // 2^exp < m: a single bit.
-      uint32_t e = ebits == 0 ? 0 : exp.words[0];
-      uint32_t wn = e / 32 + 1;
-      if (wn > capacity && Reserve(wn) != 0) return -1;
-      WordsZero(words, wn);
-      words[e / 32] = 1u << (e % 32);
-      used = wn;
-      return 0;
-    }
-    return ModExpBase2(*this, exp, m);
+  if (mbits == 1) {  // m = 1
+    result.used = 0;
+    return 0;
   }
-  if (ebits == 0) return SetWord(1);
-  if (ebits == 1) return CopyFrom(base);
+  if (ebits <= 32 && (ebits == 0 || exp.words[0] <= mbits - 1)) {
+    return SetPowerOfTwo(result, ebits == 0 ? 0 : exp.words[0]);  // 2^exp < m
+  }
+  return ModExpBase2(result, exp, m);
+}
 
-  const size_t bn = WordsTrim(base.words, base.used);
-  // Layout: table (2^k * n) | acc (n) | g^2 (n) | scratch (2n) | conversion work (bn + 2n + 1).
-  // When the table cannot be had, k is lowered: the exponentiation degrades instead of failing.
-  unsigned k = WindowParameter(ebits);
-  uint32_t* block = nullptr;
-  size_t total = 0;
+// Allocates the sliding-window block of `perEntry * 2^k + rest` words, lowering k while the table
+// cannot be had: the exponentiation degrades instead of failing. Null when even k = 0 fails.
+uint32_t* AllocWindowBlock(unsigned* k, size_t perEntry, size_t rest, size_t* total) {
   for (;;) {
-    total = (static_cast<size_t>(1) << k) * n + 4 * n + (bn + 2 * n + 1);
-    block = AllocWords(total);
-    if (block != nullptr || k == 0) break;
-    --k;
+    *total = (static_cast<size_t>(1) << *k) * perEntry + rest;
+    uint32_t* block = AllocWords(*total);
+    if (block != nullptr || *k == 0) return block;
+    --*k;
   }
-  if (block == nullptr) return -1;
-  const size_t entries = static_cast<size_t>(1) << k;
-  uint32_t* table = block;
-  uint32_t* acc = block + entries * n;
-  uint32_t* g2 = acc + n;
-  Montgomery mont{m.words, n, MontgomeryMinv(m.words[0]), g2 + n};
-  uint32_t* work = g2 + 3 * n;
+}
 
-  // table[j] = g^(2j+1) in Montgomery form.
-  ToMontgomery(table, base.words, bn, m.words, n, work);
-  if (entries > 1) {
-    mont.Square(g2, table);
-    for (size_t j = 1; j < entries; ++j) mont.Mul(table + j * n, table + (j - 1) * n, g2);
-  }
-
+// acc = g^exp in Montgomery form, from table[j] = g^(2j+1) (2^k entries of n words), scanning the
+// exponent's set bits in windows of k + 1 bits from the top. exp has at least two bits.
+void SlidingWindow(uint32_t* acc, const uint32_t* table, unsigned k, const CBigNumber& exp,
+                   const Montgomery& mont) {
+  const size_t n = mont.n;
   const uint32_t width = k + 1;
   bool first = true;
-  int64_t i = static_cast<int64_t>(ebits) - 1;
+  int64_t i = static_cast<int64_t>(exp.BitLength()) - 1;
   while (i >= 0) {
     if (!exp.Bit(static_cast<uint32_t>(i))) {
       mont.Square(acc, acc);
@@ -176,14 +167,40 @@ int CBigNumber::ModExp(const CBigNumber& base, const CBigNumber& exp, const CBig
     }
     i = low - 1;
   }
-  mont.Leave(acc, acc);
+}
 
-  int status = n > capacity ? Reserve(static_cast<uint32_t>(n)) : 0;
-  if (status == 0) {
-    WordsCopy(words, acc, n);
-    used = static_cast<uint32_t>(n);
-    Trim();
+}  // namespace
+
+int CBigNumber::ModExp(const CBigNumber& base, const CBigNumber& exp, const CBigNumber& m) {
+  const size_t n = WordsTrim(m.words, m.used);
+  if (n == 0 || (m.words[0] & 1u) == 0) return -1;
+  if (base.IsWord(2)) return ModExpOfTwo(*this, exp, m);
+  const uint32_t ebits = exp.BitLength();
+  if (ebits == 0) return SetWord(1);
+  if (ebits == 1) return CopyFrom(base);
+
+  const size_t bn = WordsTrim(base.words, base.used);
+  // Layout: table (2^k * n) | acc (n) | g^2 (n) | scratch (2n) | conversion work (bn + 2n + 1).
+  unsigned k = WindowParameter(ebits);
+  size_t total = 0;
+  uint32_t* block = AllocWindowBlock(&k, n, 4 * n + (bn + 2 * n + 1), &total);
+  if (block == nullptr) return -1;
+  const size_t entries = static_cast<size_t>(1) << k;
+  uint32_t* table = block;
+  uint32_t* acc = block + entries * n;
+  uint32_t* g2 = acc + n;
+  Montgomery mont{m.words, n, MontgomeryMinv(m.words[0]), g2 + n};
+  uint32_t* work = g2 + 3 * n;
+
+  // table[j] = g^(2j+1) in Montgomery form.
+  ToMontgomery(table, base.words, bn, m.words, n, work);
+  if (entries > 1) {
+    mont.Square(g2, table);
+    for (size_t j = 1; j < entries; ++j) mont.Mul(table + j * n, table + (j - 1) * n, g2);
   }
+  SlidingWindow(acc, table, k, exp, mont);
+  mont.Leave(acc, acc);
+  int status = StoreResult(*this, acc, n);
   FreeWords(block, total);
   return status;
 }

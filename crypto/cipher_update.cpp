@@ -33,6 +33,62 @@ Status StreamUpdate(CipherContext& ctx, const uint8_t* in, size_t inLen, uint8_t
   return s;
 }
 
+// Runs `blocks` whole blocks of the stream (the bytes held from earlier calls first, then in)
+// through the cipher into out, and holds what is left of in for the next call.
+Status ProcessBlocks(CipherContext& ctx, const uint8_t* in, size_t inLen, uint8_t* out,
+                     size_t blocks, bool encrypt) {
+  const size_t bs = ctx.blockSize;
+  size_t used = 0;
+  if (ctx.pendingLen > 0) {
+    used = bs - ctx.pendingLen;
+    std::memcpy(ctx.pending + ctx.pendingLen, in, used);
+    Status s = CipherProcessBlocks(ctx, ctx.pending, out, 1, encrypt);
+    if (s != kOk) return s;
+    ctx.pendingLen = 0;
+    out += bs;
+    --blocks;
+  }
+  Status s = CipherProcessBlocks(ctx, in + used, out, blocks, encrypt);
+  if (s != kOk) return s;
+  used += blocks * bs;
+  const size_t rest = inLen - used;
+  if (rest > 0) std::memcpy(ctx.pending, in + used, rest);
+  ctx.pendingLen = static_cast<uint8_t>(rest);
+  return kOk;
+}
+
+// The block-cipher part of CipherUpdate. A padded decryption keeps the last whole block back for
+// the final to unpad.
+Status BlockUpdate(CipherContext& ctx, const uint8_t* in, size_t inLen, uint8_t* out,
+                   size_t* outLen, bool encrypt) {
+  const size_t bs = ctx.blockSize;
+  const size_t total = ctx.pendingLen + inLen;
+  size_t blocks = total / bs;
+  if (!encrypt && ctx.padding != kCipherPadNone && blocks > 0 && total % bs == 0) --blocks;
+  const size_t needed = blocks * bs;
+  if (*outLen < needed) {
+    *outLen = needed;
+    return kErrBufferTooSmall;
+  }
+  if (blocks == 0) {
+    if (inLen > 0) std::memcpy(ctx.pending + ctx.pendingLen, in, inLen);
+    ctx.pendingLen = static_cast<uint8_t>(total);
+    *outLen = 0;
+    return kOk;
+  }
+
+  std::unique_ptr<uint8_t[]> inputCopy;
+  if (OutputOverrunsInput(in, inLen, out, needed, ctx.pendingLen)) {
+    inputCopy.reset(new (std::nothrow) uint8_t[inLen]);
+    if (!inputCopy) return kErrNoMemory;
+    std::memcpy(inputCopy.get(), in, inLen);
+    in = inputCopy.get();
+  }
+  Status s = ProcessBlocks(ctx, in, inLen, out, blocks, encrypt);
+  if (s == kOk) *outLen = needed;
+  return s;
+}
+
 }  // namespace
 
 Status CipherUpdate(CipherHandle handle, const uint8_t* in, size_t inLen, uint8_t* out,
@@ -41,8 +97,8 @@ Status CipherUpdate(CipherHandle handle, const uint8_t* in, size_t inLen, uint8_
   CipherContext* ctx = CipherContexts::Lookup(handle);
   if (ctx == nullptr) return kErrInvalidHandle;
   if (outLen == nullptr) return kErrNullData;
-  const size_t bs = ctx->blockSize;
   if (out == nullptr) {
+    const size_t bs = ctx->blockSize;
     *outLen = ctx->isStream ? inLen : (ctx->pendingLen + inLen) / bs * bs;
     return kOk;
   }
@@ -55,50 +111,7 @@ Status CipherUpdate(CipherHandle handle, const uint8_t* in, size_t inLen, uint8_
   }
   if (ctx->isStream) return StreamUpdate(*ctx, in, inLen, out, outLen, encrypt);
   if (!CipherModeSupports(ctx->mode, encrypt)) return kErrModeNotSupported;
-
-  // A padded decryption keeps the last whole block back for the final to unpad.
-  const size_t total = ctx->pendingLen + inLen;
-  size_t blocks = total / bs;
-  if (!encrypt && ctx->padding != kCipherPadNone && blocks > 0 && total % bs == 0) --blocks;
-  const size_t needed = blocks * bs;
-  if (*outLen < needed) {
-    *outLen = needed;
-    return kErrBufferTooSmall;
-  }
-  if (blocks == 0) {
-    if (inLen > 0) std::memcpy(ctx->pending + ctx->pendingLen, in, inLen);
-    ctx->pendingLen = static_cast<uint8_t>(total);
-    *outLen = 0;
-    return kOk;
-  }
-
-  std::unique_ptr<uint8_t[]> inputCopy;
-  if (OutputOverrunsInput(in, inLen, out, needed, ctx->pendingLen)) {
-    inputCopy.reset(new (std::nothrow) uint8_t[inLen]);
-    if (!inputCopy) return kErrNoMemory;
-    std::memcpy(inputCopy.get(), in, inLen);
-    in = inputCopy.get();
-  }
-
-  size_t used = 0;
-  uint8_t* o = out;
-  if (ctx->pendingLen > 0) {
-    used = bs - ctx->pendingLen;
-    std::memcpy(ctx->pending + ctx->pendingLen, in, used);
-    Status s = CipherProcessBlocks(*ctx, ctx->pending, o, 1, encrypt);
-    if (s != kOk) return s;
-    ctx->pendingLen = 0;
-    o += bs;
-    --blocks;
-  }
-  Status s = CipherProcessBlocks(*ctx, in + used, o, blocks, encrypt);
-  if (s != kOk) return s;
-  used += blocks * bs;
-  const size_t rest = inLen - used;
-  if (rest > 0) std::memcpy(ctx->pending, in + used, rest);
-  ctx->pendingLen = static_cast<uint8_t>(rest);
-  *outLen = needed;
-  return kOk;
+  return BlockUpdate(*ctx, in, inLen, out, outLen, encrypt);
 }
 
 }  // namespace nivra::crypto

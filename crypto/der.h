@@ -12,6 +12,9 @@ uint32_t DerLengthSize(uint32_t len);
 // Writes the shortest DER encoding of len at out; returns the bytes written.
 uint32_t WriteDerLength(uint8_t* out, uint32_t len);
 
+// The longest element header ReadDerHeader accepts: tag, 0x84, four length octets.
+constexpr size_t kDerLongestHeader = 6;
+
 // One element header read from in[0..avail): tag byte, then a short or long (1 to 4 octets)
 // length. On success *headerLen is the header's size and *contentLen the declared content length
 // (not checked against avail); false when the header itself does not fit in avail bytes or uses

@@ -49,7 +49,7 @@ Status InitPkcs11Backend() {
 
   Status status;
   {
-    SlotTableLock lock;
+    platform::NamedMutexLock lock(SlotTableMutex());
     status = RefreshSlotList();
   }
   if (status == kOk) status = StartSlotMonitor();

@@ -42,7 +42,7 @@ Status ChooseSlotForContainer(provider::ProviderContext& ctx) {
   SlotTable& table = ActiveSlotTable();
   if (table.count == 0) return provider::kNteBadKeyset;
   for (uint32_t i = 0; i < kMaxSlots; ++i) {
-    SlotTableLock lock;
+    platform::NamedMutexLock lock(SlotTableMutex());
     RefreshSlotList();
     if (i >= table.count) break;
     P11Slot& slot = table.records[i];

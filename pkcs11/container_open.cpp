@@ -14,7 +14,7 @@
 #include "pkcs11/token_containers.h"
 #include "pkcs11/token_login.h"
 #include "pkcs11/token_objects.h"
-#include "provider/named_mutex.h"
+#include "platform/named_mutex.h"
 
 namespace nivra::pkcs11 {
 
@@ -67,7 +67,7 @@ Status OpenContainer(provider::ProviderContext& ctx, SlotDevice& device, uint32_
   }
   Status status = OpenContainerMutex(ctx, device);
   if (status != kOk) return status;
-  provider::MutexGuard cardLock(ctx.contextLock);
+  platform::NamedMutexLock cardLock(ctx.contextLock);
 
   status = EnsureSlotSession(slot);
   if (status != kOk) return status;

@@ -5,7 +5,7 @@
 #include "pkcs11/result_cache.h"
 #include "pkcs11/token_containers.h"
 #include "pkcs11/token_keys.h"
-#include "provider/named_mutex.h"
+#include "platform/named_mutex.h"
 
 namespace nivra::pkcs11 {
 
@@ -14,7 +14,7 @@ using provider::kOk;
 Status GenerateKeyPair(provider::ProviderContext& ctx, SlotDevice& device, uint32_t keySpec,
                        uint32_t bits) {
   // No other process creates or removes objects on this card meanwhile.
-  provider::MutexGuard cardLock(ctx.contextLock);
+  platform::NamedMutexLock cardLock(ctx.contextLock);
   KeyId id;
   Status status = LoginAndKeyId(ctx, device, keySpec, &id);
   if (status != kOk) return status;

@@ -19,7 +19,7 @@ bool ModuleFinalised(CK_FUNCTION_LIST* p11) {
 
 // One slot event: the list, then the reported slot's token.
 void FollowSlotEvent(CK_SLOT_ID reported) {
-  SlotTableLock lock;
+  platform::NamedMutexLock lock(SlotTableMutex());
   RefreshSlotList();
   SlotTable& table = ModuleSlots();
   for (uint32_t i = 0; i < table.count; ++i) {
@@ -32,7 +32,7 @@ void FollowSlotEvent(CK_SLOT_ID reported) {
 
 // What an event would do, for every known slot. kStop when the module has been finalised.
 Next PollSlots(CK_FUNCTION_LIST* p11) {
-  SlotTableLock lock;
+  platform::NamedMutexLock lock(SlotTableMutex());
   if (RefreshSlotList() != provider::kOk && ModuleFinalised(p11)) return Next::kStop;
   SlotTable& table = ModuleSlots();
   for (uint32_t i = 0; i < table.count; ++i) RefreshSlotToken(table.records[i], nullptr);

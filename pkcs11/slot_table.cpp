@@ -9,7 +9,7 @@
 #include "pkcs11/module_loader.h"
 #include "pkcs11/remote_slots.h"
 #include "pkcs11/slot_session.h"
-#include "provider/named_mutex.h"
+#include "platform/named_mutex.h"
 
 namespace nivra::pkcs11 {
 
@@ -65,21 +65,9 @@ HANDLE SlotTableMutex() { return g_slotTableMutex; }
 
 HANDLE CreateSlotTableMutex() {
   if (g_slotTableMutex == nullptr) {
-    g_slotTableMutex = provider::OpenOrCreateSharedMutex(kSlotTableMutexName);
+    g_slotTableMutex = platform::OpenOrCreateSharedMutex(kSlotTableMutexName);
   }
   return g_slotTableMutex;
-}
-
-SlotTableLock::SlotTableLock() {
-  HANDLE mutex = SlotTableMutex();
-  if (mutex == nullptr) return;
-  // A named mutex is waited on without time-out; a failed wait is ignored and the caller goes on.
-  DWORD wait = WaitForSingleObject(mutex, INFINITE);
-  if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) held_ = mutex;
-}
-
-SlotTableLock::~SlotTableLock() {
-  if (held_ != nullptr) ReleaseMutex(held_);
 }
 
 void CopySlotName(char (&name)[kSlotNameChars + 1], const CK_UTF8CHAR (&description)[64]) {
@@ -143,7 +131,7 @@ Status RefreshSlotToken(P11Slot& slot, uint32_t* presentOut) {
 
 P11Slot* FindSlotByName(const char* name) {
   if (name == nullptr) return nullptr;
-  SlotTableLock lock;
+  platform::NamedMutexLock lock(SlotTableMutex());
   const size_t length = std::strlen(name);
   const char* key = length > kSlotNameChars ? name + (length - kSlotNameChars) : name;
   if (RemoteSlotService* remote = ActiveRemoteSlots()) return SearchByName(remote->Table(), key);

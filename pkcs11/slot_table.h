@@ -5,7 +5,7 @@
 // the module's wherever a table is walked while that service is active.
 //
 // Readers and writers of a table's count and records hold the slot-table mutex
-// "MUTEX_NIVRA_CSP_G_Var_ArrP11Slot_" (SlotTableLock). A record's user count changes only
+// "MUTEX_NIVRA_CSP_G_Var_ArrP11Slot_" (SlotTableMutex()). A record's user count changes only
 // atomically.
 #pragma once
 #include <windows.h>
@@ -15,6 +15,7 @@
 
 #include "pkcs11/cryptoki.h"
 #include "pkcs11/p11_status.h"
+#include "platform/named_mutex.h"
 #include "provider/card_backend.h"
 
 namespace nivra::pkcs11 {
@@ -50,24 +51,12 @@ SlotTable& ModuleSlots();
 // module's.
 SlotTable& ActiveSlotTable();
 
-// The slot-table mutex, created by the back end's initialisation; null before (holders then run
-// without it).
+// The slot-table mutex, created by the back end's initialisation; null before (holders, through
+// platform::NamedMutexLock, then run without it).
 HANDLE SlotTableMutex();
 // Creates the slot-table mutex when it does not exist yet. Returns it (null when it could not be
 // made).
 HANDLE CreateSlotTableMutex();
-
-// Holds the slot-table mutex for its lifetime (the frame holds one while it walks the slots).
-class SlotTableLock : public provider::DeviceTableLock {
- public:
-  SlotTableLock();
-  ~SlotTableLock() override;
-  SlotTableLock(const SlotTableLock&) = delete;
-  SlotTableLock& operator=(const SlotTableLock&) = delete;
-
- private:
-  HANDLE held_ = nullptr;
-};
 
 // Brings the table up to the module's slot list (caller holds the slot-table mutex). Records from
 // the current count up to the new count (clipped to kMaxSlots) are read afresh: slot ID, token

@@ -64,9 +64,7 @@ class TokenSlotBackend : public CardBackend {
     return available;
   }
 
-  std::unique_ptr<provider::DeviceTableLock> LockDeviceTable() override {
-    return std::make_unique<SlotTableLock>();
-  }
+  HANDLE DeviceTableMutex() override { return SlotTableMutex(); }
 
   Status EnumDevices(ProviderContext&, CardDeviceList& out) override {
     Status status = RefreshSlotList();

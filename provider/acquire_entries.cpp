@@ -94,8 +94,7 @@ BOOL Acquire(HCRYPTPROV* phProv, const char* container, DWORD flags,
 
   ctx->softProv = OpenSoftwareProvider();
   ctx->selfHandle = reinterpret_cast<uintptr_t>(ctx) + kHandleBias;
-  ctx->objectBias = CurrentObjectBias();
-  AdvanceObjectBias();
+  ctx->objectBias = DrawObjectBias();
   RegisterContext(ctx);
   *phProv = ctx->selfHandle;
   return Finish(Outcome::Success());
@@ -128,6 +127,9 @@ extern "C" BOOL WINAPI NivraCPReleaseContext(HCRYPTPROV hProv, DWORD) noexcept {
   ProviderContext* ctx = nullptr;
   Status status = LookupContext(hProv, &ctx);
   if (status != kOk) return Finish(Outcome::Failure(status));
+  // Waits for the calls that hold the context; a release that lost the race to another one finds
+  // the context already gone.
+  if (!RetireContext(ctx)) return Finish(Outcome::Failure(kNteInvalidHandle));
   ReleaseContextRecord(ctx);
   return Finish(Outcome::Success());
 }

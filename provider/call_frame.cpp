@@ -4,17 +4,6 @@
 
 namespace nivra::provider {
 
-ContextLockGuard::ContextLockGuard(const ProviderContext& ctx) {
-  if (ctx.contextLock == nullptr) return;
-  // An abandoned mutex is still ours: a process that died inside a call must not block the card.
-  DWORD wait = WaitForSingleObject(ctx.contextLock, INFINITE);
-  if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) lock_ = ctx.contextLock;
-}
-
-ContextLockGuard::~ContextLockGuard() {
-  if (lock_ != nullptr) ReleaseMutex(lock_);
-}
-
 BOOL Finish(const Outcome& outcome) {
   SetLastError(outcome.error);
   return outcome.ok;

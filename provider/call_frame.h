@@ -7,7 +7,9 @@
 #include <wincrypt.h>
 
 #include <new>
+#include <type_traits>
 
+#include "platform/named_mutex.h"
 #include "provider/handle_registry.h"
 #include "provider/provider_context.h"
 #include "provider/status_codes.h"
@@ -30,32 +32,22 @@ struct Outcome {
   static Outcome SoftwareFailure() { return {FALSE, GetLastError(), LastError::Set}; }
 };
 
-// Waits on the context's lock (when it has one) for the guard's lifetime.
-class ContextLockGuard {
- public:
-  explicit ContextLockGuard(const ProviderContext& ctx);
-  ~ContextLockGuard();
-  ContextLockGuard(const ContextLockGuard&) = delete;
-  ContextLockGuard& operator=(const ContextLockGuard&) = delete;
-
- private:
-  HANDLE lock_ = nullptr;
-};
-
 // Sets the last error as the outcome says and returns its BOOL.
 BOOL Finish(const Outcome& outcome);
 
-// Runs `work(ctx)` (returning Outcome) inside the frame for hProv.
+// Runs `work(ctx)` (returning Outcome) inside the frame for hProv. The context is held for the
+// whole call, so a release that races the call waits for it; a call that obtains the lock after
+// the context was released fails with NTE_INVALID_HANDLE.
 template <class Work>
 BOOL RunInContext(HCRYPTPROV hProv, Work&& work) noexcept {
-  ProviderContext* ctx = nullptr;
-  Status status = LookupContext(hProv, &ctx);
-  if (status != kOk) return Finish(Outcome::Failure(status));
+  ContextHold hold(hProv);
+  if (hold.status() != kOk) return Finish(Outcome::Failure(hold.status()));
+  ProviderContext* ctx = hold.context();
   Outcome outcome = Outcome::Failure(kNteFail);
   {
-    ContextLockGuard lock(*ctx);
+    platform::NamedMutexLock lock(ctx->contextLock);
     try {
-      outcome = work(*ctx);
+      outcome = IsContextLive(ctx) ? work(*ctx) : Outcome::Failure(kNteInvalidHandle);
     } catch (const std::bad_alloc&) {
       outcome = Outcome::Failure(kNteNoMemory);
     } catch (...) {
@@ -69,6 +61,56 @@ BOOL RunInContext(HCRYPTPROV hProv, Work&& work) noexcept {
     return outcome.ok;
   }
   return Finish(outcome);
+}
+
+// A key or hash handle that an entry resolves before its work: Required* must name a live object
+// of the context, Optional* may also be 0 (the work then gets null for it).
+template <class Object>
+struct ObjectHandle {
+  uintptr_t value;
+  bool optional;
+};
+inline ObjectHandle<KeyObject> RequiredKey(HCRYPTKEY h) { return {h, false}; }
+inline ObjectHandle<KeyObject> OptionalKey(HCRYPTKEY h) { return {h, true}; }
+inline ObjectHandle<HashObject> RequiredHash(HCRYPTHASH h) { return {h, false}; }
+inline ObjectHandle<HashObject> OptionalHash(HCRYPTHASH h) { return {h, true}; }
+
+// Looks one handle up for RunWithObjects, unless an earlier one failed; a failure is kept in
+// *status.
+template <class Object>
+Object* ResolveObject(const ProviderContext& ctx, ObjectHandle<Object> handle, Status* status) {
+  if (*status != kOk || (handle.optional && handle.value == 0)) return nullptr;
+  Object* object = nullptr;
+  if constexpr (std::is_same_v<Object, KeyObject>) {
+    *status = LookupKey(ctx, handle.value, &object);
+  } else {
+    *status = LookupHash(ctx, handle.value, &object);
+  }
+  return object;
+}
+
+// Runs `work(ctx, objects...)` inside the frame for hProv once each handle, in the order given,
+// has been looked up against that context; the first that names none of its live objects ends
+// the entry with the lookup's error.
+template <class A, class Work>
+BOOL RunWithObjects(HCRYPTPROV hProv, ObjectHandle<A> a, Work&& work) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    Status status = kOk;
+    A* first = ResolveObject(ctx, a, &status);
+    if (status != kOk) return Outcome::Failure(status);
+    return work(ctx, first);
+  });
+}
+
+template <class A, class B, class Work>
+BOOL RunWithObjects(HCRYPTPROV hProv, ObjectHandle<A> a, ObjectHandle<B> b, Work&& work) noexcept {
+  return RunInContext(hProv, [&](ProviderContext& ctx) {
+    Status status = kOk;
+    A* first = ResolveObject(ctx, a, &status);
+    B* second = ResolveObject(ctx, b, &status);
+    if (status != kOk) return Outcome::Failure(status);
+    return work(ctx, first, second);
+  });
 }
 
 // Entries that hand a new handle out through an out-pointer check it before anything else:

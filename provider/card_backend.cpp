@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "provider/named_mutex.h"
+#include "platform/named_mutex.h"
 #include "provider/provider_context.h"
 #include "provider/text_convert.h"
 
@@ -26,7 +26,7 @@ CardBackend* FindCardBackend(uint32_t kind) {
 
 Status OpenContextLock(ProviderContext& ctx, const std::string& name) {
   if (name.empty() || ctx.contextLock != nullptr) return kOk;
-  HANDLE lock = OpenOrCreateSharedMutex(Utf8ToWide(name).c_str());
+  HANDLE lock = platform::OpenOrCreateSharedMutex(Utf8ToWide(name).c_str());
   if (lock == nullptr) return kNteSysErr;
   ctx.contextLock = lock;
   return kOk;

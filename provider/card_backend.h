@@ -61,12 +61,6 @@ class CardDevice {
 };
 using CardDeviceList = std::vector<std::unique_ptr<CardDevice>>;
 
-// Held by the frame while it walks a back end's device table (kind 1: the slot-table mutex).
-class DeviceTableLock {
- public:
-  virtual ~DeviceTableLock() = default;
-};
-
 // A card back end. Every operation takes the context, whose `device` names the selected card.
 // Defaults answer NTE_NOT_SUPPORTED so a back end implements what its cards can do.
 class CardBackend {
@@ -77,8 +71,9 @@ class CardBackend {
   // end can serve devices now (kind 1: the PKCS#11 module is loaded and initialised).
   virtual bool ModuleStartup() { return true; }
 
-  // Device table lock for a container search; null when the back end needs none.
-  virtual std::unique_ptr<DeviceTableLock> LockDeviceTable() { return nullptr; }
+  // The mutex the frame holds while it walks the back end's devices for a container search
+  // (kind 1: the slot-table mutex); null when the back end needs none.
+  virtual HANDLE DeviceTableMutex() { return nullptr; }
   // Appends the devices that could serve a container (kind 1: slots showing a token, refreshed).
   virtual Status EnumDevices(ProviderContext& ctx, CardDeviceList& out) { return kOk; }
   // Connects to the named device and stores it in ctx.device.

@@ -12,7 +12,8 @@ Status SelectDeviceAndOpenContainer(ProviderContext& ctx, const ContainerString&
                                     uint32_t acquireFlags);
 
 // Tears a context down (under its lock): destroys its keys and hashes, closes the card session,
-// uncounts it, releases the software provider and the lock, zeroes and frees the record.
+// uncounts it, releases the software provider and the lock, zeroes and frees the record. The
+// context is no longer live (retired, or never registered), so no call can reach it.
 void ReleaseContextRecord(ProviderContext* ctx);
 
 }  // namespace nivra::provider

@@ -1,3 +1,4 @@
+#include "platform/named_mutex.h"
 #include "provider/card_dispatch.h"
 #include "provider/context_lifecycle.h"
 #include "provider/context_objects.h"
@@ -7,23 +8,16 @@
 namespace nivra::provider {
 
 void ReleaseContextRecord(ProviderContext* ctx) {
-  UnregisterContext(ctx);
-  HANDLE lock = ctx->contextLock;
-  bool locked = false;
-  if (lock != nullptr) {
-    DWORD wait = WaitForSingleObject(lock, INFINITE);
-    locked = wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED;
+  {
+    platform::NamedMutexLock lock(ctx->contextLock);
+    while (!ctx->keys.empty()) DestroyKeyObject(*ctx, ctx->keys.back());
+    while (!ctx->hashes.empty()) DestroyHashObject(*ctx, ctx->hashes.back());
+    ctx->deviceName.reset();
+    CardCloseSession(*ctx);
+    --Module().liveContexts;
+    if (ctx->softProv != 0) CryptReleaseContext(ctx->softProv, 0);
   }
-  while (!ctx->keys.empty()) DestroyKeyObject(*ctx, ctx->keys.back());
-  while (!ctx->hashes.empty()) DestroyHashObject(*ctx, ctx->hashes.back());
-  ctx->deviceName.reset();
-  CardCloseSession(*ctx);
-  --Module().liveContexts;
-  if (ctx->softProv != 0) CryptReleaseContext(ctx->softProv, 0);
-  if (lock != nullptr) {
-    if (locked) ReleaseMutex(lock);
-    CloseHandle(lock);
-  }
+  if (ctx->contextLock != nullptr) CloseHandle(ctx->contextLock);
   SecureZeroMemory(ctx->pin, sizeof(ctx->pin));
   delete ctx;
 }

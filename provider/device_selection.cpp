@@ -2,6 +2,7 @@
 // the one that holds the container (silent contexts), or the one the user picks.
 #include <cstring>
 
+#include "platform/named_mutex.h"
 #include "provider/card_dispatch.h"
 #include "provider/card_selection.h"
 #include "provider/context_lifecycle.h"
@@ -45,11 +46,6 @@ Status OpenContainer(ProviderContext& ctx, uint32_t acquireFlags) {
   return CardOpenContainer(ctx, acquireFlags);
 }
 
-Status EnumerateKind(ProviderContext& ctx, uint32_t kind, CardDeviceList& out) {
-  CardBackend* backend = FindCardBackend(kind);
-  return backend != nullptr ? backend->EnumDevices(ctx, out) : kOk;
-}
-
 Status ConnectByName(ProviderContext& ctx, const ContainerString& parsed, uint32_t acquireFlags) {
   ctx.backendKind = parsed.kind;
   Status status = CardConnectByName(ctx, parsed.deviceName);
@@ -87,6 +83,56 @@ Status FindContainerSilently(ProviderContext& ctx, CardDeviceList& serviceCards,
   return status;
 }
 
+// The devices of one kind, listed for a new context.
+struct KindListing {
+  uint32_t kind;
+  CardDeviceList* devices;
+};
+
+// Lists the devices of every kind in order (service cards, Bluetooth cards, token slots while the
+// module is loaded), each under its back end's device-table mutex. A verify-only context takes
+// the first device of the first kind that has one and opens it before that mutex is let go, so
+// the device cannot go away in between; *opened then says so and the result is the open's.
+Status ListDevices(ProviderContext& ctx, const KindListing (&listings)[3], uint32_t acquireFlags,
+                   bool* opened) {
+  *opened = false;
+  for (const KindListing& listing : listings) {
+    CardBackend* backend = FindCardBackend(listing.kind);
+    if (backend == nullptr) continue;
+    if (listing.kind == BackendTokenSlot && !Module().moduleAvailable) continue;
+    platform::NamedMutexLock tableLock(backend->DeviceTableMutex());
+    Status status = backend->EnumDevices(ctx, *listing.devices);
+    if (status != kOk) return status;
+    if (ctx.verifyOnly && !listing.devices->empty()) {
+      TakeDevice(ctx, listing.kind, *listing.devices->front());
+      *opened = true;
+      return OpenContainer(ctx, acquireFlags);
+    }
+  }
+  return kOk;
+}
+
+// More than one device: the card selection chooses, or a silent context (or a module without a
+// selection) searches for the container.
+Status ChooseAmongDevices(ProviderContext& ctx, uint32_t acquireFlags, CardDeviceList& serviceCards,
+                          CardDeviceList& bluetoothCards, CardDeviceList& slots) {
+  CardSelector selector = FindCardSelector();
+  if (ctx.silent || selector == nullptr) {
+    return FindContainerSilently(ctx, serviceCards, bluetoothCards);
+  }
+  CardSelectionRequest request{ctx.CardContainerName(), acquireFlags, &serviceCards,
+                               &bluetoothCards, &slots};
+  uint32_t kind = BackendNone;
+  std::unique_ptr<CardDevice> chosen;
+  Status status = selector(ctx, request, &kind, &chosen);
+  if (status != kOk) return status;
+  if (chosen == nullptr) return kScardCancelledByUser;
+  ctx.backendKind = kind;
+  ctx.device = std::move(chosen);
+  ctx.device->owner = &ctx;
+  return kOk;
+}
+
 }  // namespace
 
 Status SelectDeviceAndOpenContainer(ProviderContext& ctx, const ContainerString& parsed,
@@ -95,63 +141,24 @@ Status SelectDeviceAndOpenContainer(ProviderContext& ctx, const ContainerString&
 
   CardDeviceList serviceCards;
   CardDeviceList bluetoothCards;
-  Status status = EnumerateKind(ctx, BackendServiceCard, serviceCards);
-  if (status != kOk) return status;
-  if (ctx.verifyOnly && !serviceCards.empty()) {
-    TakeDevice(ctx, BackendServiceCard, *serviceCards.front());
-    return OpenContainer(ctx, acquireFlags);
-  }
-  status = EnumerateKind(ctx, BackendBluetoothCard, bluetoothCards);
-  if (status != kOk) return status;
-  if (ctx.verifyOnly && !bluetoothCards.empty()) {
-    TakeDevice(ctx, BackendBluetoothCard, *bluetoothCards.front());
-    return OpenContainer(ctx, acquireFlags);
-  }
-
   CardDeviceList slots;
-  if (Module().moduleAvailable) {
-    CardBackend* tokenSlots = FindCardBackend(BackendTokenSlot);
-    std::unique_ptr<DeviceTableLock> tableLock = tokenSlots->LockDeviceTable();
-    status = tokenSlots->EnumDevices(ctx, slots);
-    if (status != kOk) return status;
-    if (ctx.verifyOnly && !slots.empty()) {
-      // Opened while the slot table is still held, so the slot cannot go away in between.
-      TakeDevice(ctx, BackendTokenSlot, *slots.front());
-      return OpenContainer(ctx, acquireFlags);
-    }
-  }
+  const KindListing listings[] = {{BackendServiceCard, &serviceCards},
+                                  {BackendBluetoothCard, &bluetoothCards},
+                                  {BackendTokenSlot, &slots}};
+  bool opened = false;
+  Status status = ListDevices(ctx, listings, acquireFlags, &opened);
+  if (status != kOk || opened) return status;
 
   const size_t total = serviceCards.size() + bluetoothCards.size() + slots.size();
   if (total == 0) return kNteNotFound;
   if (total == 1) {
-    if (!serviceCards.empty()) {
-      TakeDevice(ctx, BackendServiceCard, *serviceCards.front());
-    } else if (!bluetoothCards.empty()) {
-      TakeDevice(ctx, BackendBluetoothCard, *bluetoothCards.front());
-    } else {
-      TakeDevice(ctx, BackendTokenSlot, *slots.front());
+    for (const KindListing& listing : listings) {
+      if (!listing.devices->empty()) TakeDevice(ctx, listing.kind, *listing.devices->front());
     }
-    return OpenContainer(ctx, acquireFlags);
-  }
-
-  CardSelector selector = FindCardSelector();
-  if (ctx.silent || selector == nullptr) {
-    status = FindContainerSilently(ctx, serviceCards, bluetoothCards);
   } else {
-    CardSelectionRequest request{ctx.CardContainerName(), acquireFlags, &serviceCards,
-                                 &bluetoothCards, &slots};
-    uint32_t kind = BackendNone;
-    std::unique_ptr<CardDevice> chosen;
-    status = selector(ctx, request, &kind, &chosen);
-    if (status == kOk && chosen != nullptr) {
-      ctx.backendKind = kind;
-      ctx.device = std::move(chosen);
-      ctx.device->owner = &ctx;
-    } else if (status == kOk) {
-      status = kScardCancelledByUser;
-    }
+    status = ChooseAmongDevices(ctx, acquireFlags, serviceCards, bluetoothCards, slots);
+    if (status != kOk) return status;
   }
-  if (status != kOk) return status;
   return OpenContainer(ctx, acquireFlags);
 }
 

@@ -1,70 +1,69 @@
 #include "provider/handle_registry.h"
 
-#include <mutex>
-#include <unordered_set>
+#include "crypto/live_records.h"
 
 namespace nivra::provider {
 
 namespace {
 
-// One lock for all three sets: lookups are short and rare next to the work of an entry.
-std::mutex& RegistryMutex() {
-  static std::mutex m;
-  return m;
-}
-
 template <class Record>
-std::unordered_set<const Record*>& Live() {
-  static std::unordered_set<const Record*> live;
+crypto::LiveRecords<Record>& Live() {
+  static crypto::LiveRecords<Record> live;
   return live;
 }
 
-template <class Record>
-void Add(Record* r) {
-  std::lock_guard<std::mutex> lock(RegistryMutex());
-  Live<Record>().insert(r);
-}
-
-template <class Record>
-void Remove(Record* r) {
-  std::lock_guard<std::mutex> lock(RegistryMutex());
-  Live<Record>().erase(r);
-}
-
-// Finds the live record at handle - bias whose selfHandle equals handle.
+// Finds the live record at handle - bias whose selfHandle equals handle and whose owner, for
+// keys and hashes, is the context named.
 template <class Record, class Handle>
-Status Lookup(Handle handle, uintptr_t bias, Status zeroError, Record** out) {
+Status Lookup(Handle handle, uintptr_t bias, const ProviderContext* owner, Record** out) {
   *out = nullptr;
-  if (handle == 0) return zeroError;
-  auto* candidate = reinterpret_cast<Record*>(static_cast<uintptr_t>(handle) - bias);
-  std::lock_guard<std::mutex> lock(RegistryMutex());
-  if (candidate == nullptr || Live<Record>().count(candidate) == 0 ||
-      candidate->selfHandle != handle) {
-    return kNteInvalidHandle;
-  }
-  *out = candidate;
-  return kOk;
+  if (handle == 0) return kNteInvalidParameter;
+  *out = Live<Record>().Find(static_cast<uintptr_t>(handle) - bias, [&](const Record& record) {
+    return record.selfHandle == handle && record.owner == owner;
+  });
+  return *out != nullptr ? kOk : kNteInvalidHandle;
+}
+
+// Contexts are found by their handle alone.
+auto ContextNamed(HCRYPTPROV hProv) {
+  return [hProv](const ProviderContext& ctx) { return ctx.selfHandle == hProv; };
 }
 
 }  // namespace
 
-void RegisterContext(ProviderContext* ctx) { Add(ctx); }
-void UnregisterContext(ProviderContext* ctx) { Remove(ctx); }
-void RegisterKey(KeyObject* key) { Add(key); }
-void UnregisterKey(KeyObject* key) { Remove(key); }
-void RegisterHash(HashObject* hash) { Add(hash); }
-void UnregisterHash(HashObject* hash) { Remove(hash); }
+void RegisterContext(ProviderContext* ctx) { Live<ProviderContext>().Add(ctx); }
+void RegisterKey(KeyObject* key) { Live<KeyObject>().Add(key); }
+void UnregisterKey(KeyObject* key) { Live<KeyObject>().Remove(key); }
+void RegisterHash(HashObject* hash) { Live<HashObject>().Add(hash); }
+void UnregisterHash(HashObject* hash) { Live<HashObject>().Remove(hash); }
 
 Status LookupContext(HCRYPTPROV hProv, ProviderContext** out) {
-  return Lookup(hProv, kHandleBias, kNteInvalidParameter, out);
+  *out = nullptr;
+  if (hProv == 0) return kNteInvalidParameter;
+  *out = Live<ProviderContext>().Find(hProv - kHandleBias, ContextNamed(hProv));
+  return *out != nullptr ? kOk : kNteInvalidHandle;
 }
 
+ContextHold::ContextHold(HCRYPTPROV hProv) : status_(kNteInvalidParameter) {
+  if (hProv == 0) return;
+  ctx_ = Live<ProviderContext>().Hold(hProv - kHandleBias, ContextNamed(hProv));
+  status_ = ctx_ != nullptr ? kOk : kNteInvalidHandle;
+}
+
+ContextHold::~ContextHold() {
+  if (ctx_ != nullptr) Live<ProviderContext>().Release(ctx_);
+}
+
+bool RetireContext(ProviderContext* ctx) { return Live<ProviderContext>().Retire(ctx); }
+
+bool IsContextLive(const ProviderContext* ctx) { return Live<ProviderContext>().Contains(ctx); }
+
 Status LookupKey(const ProviderContext& ctx, HCRYPTKEY hKey, KeyObject** out) {
-  return Lookup(hKey, ctx.objectBias, kNteInvalidParameter, out);
+  return Lookup(hKey, ctx.objectBias, &ctx, out);
 }
 
 Status LookupHash(const ProviderContext& ctx, HCRYPTHASH hHash, HashObject** out) {
-  return Lookup(hHash, ctx.objectBias, kNteInvalidParameter, out);
+  return Lookup(hHash, ctx.objectBias, &ctx, out);
 }
 
 }  // namespace nivra::provider

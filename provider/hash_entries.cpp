@@ -60,17 +60,14 @@ bool SignedEncoding(const HashObject& hash, DWORD hashLength, DWORD flags, uint8
   return true;
 }
 
-Outcome SignHash(ProviderContext& ctx, HCRYPTHASH hHash, DWORD keySpec, DWORD flags,
+Outcome SignHash(ProviderContext& ctx, HashObject* hash, DWORD keySpec, DWORD flags,
                  BYTE* signature, DWORD* sigLen) {
-  HashObject* hash = nullptr;
-  Status status = LookupHash(ctx, hHash, &hash);
-  if (status != kOk) return Outcome::Failure(status);
   if (ctx.verifyOnly) return Outcome::Failure(kNtePerm);
   if (keySpec != AT_KEYEXCHANGE && keySpec != AT_SIGNATURE) {
     *sigLen = 0;
     return Outcome::Failure(kNteNoKey);
   }
-  status = CardLoadKeyPair(ctx, keySpec);
+  Status status = CardLoadKeyPair(ctx, keySpec);
   if (status != kOk) {
     *sigLen = 0;
     return Outcome::Failure(status);
@@ -104,14 +101,9 @@ Outcome SignHash(ProviderContext& ctx, HCRYPTHASH hHash, DWORD keySpec, DWORD fl
   return Outcome::Success();
 }
 
-Outcome VerifySignature(ProviderContext& ctx, HCRYPTHASH hHash, const BYTE* signature,
-                        DWORD sigLen, HCRYPTKEY hPubKey, DWORD flags) {
-  HashObject* hash = nullptr;
-  Status status = LookupHash(ctx, hHash, &hash);
-  if (status != kOk) return Outcome::Failure(status);
-  KeyObject* key = nullptr;
-  status = LookupKey(ctx, hPubKey, &key);
-  if (status != kOk) return Outcome::Failure(status);
+Outcome VerifySignature(ProviderContext& ctx, HashObject* hash, const BYTE* signature,
+                        DWORD sigLen, KeyObject* key, DWORD flags) {
+  Status status = kOk;
   DWORD hashLength = 0;
   if (!FetchHashValue(*hash, &hashLength)) return Outcome::SoftwareResult(FALSE);
 
@@ -149,12 +141,7 @@ using namespace nivra::provider;
 NIVRA_ENTRY NivraCPCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY hKey, DWORD dwFlags,
                               HCRYPTHASH* phHash) noexcept {
   if (!ClearOutHandle(phHash)) return FALSE;
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    if (hKey != 0) {
-      Status status = LookupKey(ctx, hKey, &key);
-      if (status != kOk) return Outcome::Failure(status);
-    }
+  return RunWithObjects(hProv, OptionalKey(hKey), [&](ProviderContext& ctx, KeyObject* key) {
     HashObject* hash = NewHashObject(ctx);
     hash->algId = Algid;
     // A card key pair has no software key: a keyed hash over it gets none.
@@ -171,10 +158,7 @@ NIVRA_ENTRY NivraCPCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY hKey, DW
 
 NIVRA_ENTRY NivraCPHashData(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbData,
                             DWORD dwDataLen, DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    HashObject* hash = nullptr;
-    Status status = LookupHash(ctx, hHash, &hash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredHash(hHash), [&](ProviderContext&, HashObject* hash) {
     if (!CryptHashData(hash->softHash, pbData, dwDataLen, dwFlags)) {
       return Outcome::SoftwareResult(FALSE);
     }
@@ -184,13 +168,8 @@ NIVRA_ENTRY NivraCPHashData(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbDa
 
 NIVRA_ENTRY NivraCPHashSessionKey(HCRYPTPROV hProv, HCRYPTHASH hHash, HCRYPTKEY hKey,
                                   DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    HashObject* hash = nullptr;
-    Status status = LookupHash(ctx, hHash, &hash);
-    if (status != kOk) return Outcome::Failure(status);
-    KeyObject* key = nullptr;
-    status = LookupKey(ctx, hKey, &key);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredHash(hHash), RequiredKey(hKey),
+                        [&](ProviderContext&, HashObject* hash, KeyObject* key) {
     if (!CryptHashSessionKey(hash->softHash, key->softKey, dwFlags)) {
       return Outcome::SoftwareResult(FALSE);
     }
@@ -200,10 +179,7 @@ NIVRA_ENTRY NivraCPHashSessionKey(HCRYPTPROV hProv, HCRYPTHASH hHash, HCRYPTKEY 
 
 NIVRA_ENTRY NivraCPSetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData,
                                 DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    HashObject* hash = nullptr;
-    Status status = LookupHash(ctx, hHash, &hash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredHash(hHash), [&](ProviderContext&, HashObject* hash) {
     if (!CryptSetHashParam(hash->softHash, dwParam, pbData, dwFlags)) {
       return Outcome::SoftwareFailure();
     }
@@ -213,10 +189,7 @@ NIVRA_ENTRY NivraCPSetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwPara
 
 NIVRA_ENTRY NivraCPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData,
                                 DWORD* pdwDataLen, DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    HashObject* hash = nullptr;
-    Status status = LookupHash(ctx, hHash, &hash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredHash(hHash), [&](ProviderContext&, HashObject* hash) {
     if (!CryptGetHashParam(hash->softHash, dwParam, pbData, pdwDataLen, dwFlags)) {
       return Outcome::SoftwareFailure();
     }
@@ -225,10 +198,7 @@ NIVRA_ENTRY NivraCPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwPara
 }
 
 NIVRA_ENTRY NivraCPDestroyHash(HCRYPTPROV hProv, HCRYPTHASH hHash) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    HashObject* hash = nullptr;
-    Status status = LookupHash(ctx, hHash, &hash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredHash(hHash), [&](ProviderContext& ctx, HashObject* hash) {
     DestroyHashObject(ctx, hash);
     return Outcome::Success();
   });
@@ -236,16 +206,17 @@ NIVRA_ENTRY NivraCPDestroyHash(HCRYPTPROV hProv, HCRYPTHASH hHash) noexcept {
 
 NIVRA_ENTRY NivraCPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR,
                             DWORD dwFlags, BYTE* pbSignature, DWORD* pdwSigLen) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    return SignHash(ctx, hHash, dwKeySpec, dwFlags, pbSignature, pdwSigLen);
+  return RunWithObjects(hProv, RequiredHash(hHash), [&](ProviderContext& ctx, HashObject* hash) {
+    return SignHash(ctx, hash, dwKeySpec, dwFlags, pbSignature, pdwSigLen);
   });
 }
 
 NIVRA_ENTRY NivraCPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbSignature,
                                    DWORD dwSigLen, HCRYPTKEY hPubKey, LPCWSTR,
                                    DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    return VerifySignature(ctx, hHash, pbSignature, dwSigLen, hPubKey, dwFlags);
+  return RunWithObjects(hProv, RequiredHash(hHash), RequiredKey(hPubKey),
+                        [&](ProviderContext& ctx, HashObject* hash, KeyObject* key) {
+    return VerifySignature(ctx, hash, pbSignature, dwSigLen, key, dwFlags);
   });
 }
 

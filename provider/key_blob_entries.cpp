@@ -64,15 +64,14 @@ Outcome ExportUnderCardPair(ProviderContext& ctx, const KeyObject& session,
   return outcome;
 }
 
-Outcome ExportKey(ProviderContext& ctx, KeyObject& key, HCRYPTKEY hPubKey, DWORD blobType,
+Outcome ExportKey(ProviderContext& ctx, KeyObject& key, KeyObject* wrap, DWORD blobType,
                   BYTE* out, DWORD* length) {
   switch (blobType) {
     case SIMPLEBLOB: {
       if (!RoutesToSoftware(key) || key.modulusBits != 0 || !(key.flags & CRYPT_EXPORTABLE)) {
         return Outcome::Failure(kNteBadKeyState);
       }
-      KeyObject* wrap = nullptr;
-      if (LookupKey(ctx, hPubKey, &wrap) != kOk || wrap->owner != &ctx) {
+      if (wrap == nullptr || wrap->owner != &ctx) {
         return Outcome::Failure(kNteBadUid);
       }
       if (wrap->IsContainerPair()) return ExportUnderCardPair(ctx, key, *wrap, out, length);
@@ -204,32 +203,21 @@ using namespace nivra::provider;
 NIVRA_ENTRY NivraCPExportKey(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTKEY hPubKey,
                              DWORD dwBlobType, DWORD dwFlags, BYTE* pbData,
                              DWORD* pdwDataLen) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    Status status = LookupKey(ctx, hKey, &key);
-    if (status != kOk) return Outcome::Failure(status);
-    KeyObject* wrap = nullptr;
-    if (hPubKey != 0 && (status = LookupKey(ctx, hPubKey, &wrap)) != kOk) {
-      return Outcome::Failure(status);
-    }
+  return RunWithObjects(hProv, RequiredKey(hKey), OptionalKey(hPubKey),
+                        [&](ProviderContext& ctx, KeyObject* key, KeyObject* wrap) {
     if (pdwDataLen == nullptr) return Outcome::Failure(kErrInvalidParameter);
     if (dwFlags != 0) {
       *pdwDataLen = 0;
       return Outcome::Failure(kNteBadFlags);
     }
-    return ExportKey(ctx, *key, hPubKey, dwBlobType, pbData, pdwDataLen);
+    return ExportKey(ctx, *key, wrap, dwBlobType, pbData, pdwDataLen);
   });
 }
 
 NIVRA_ENTRY NivraCPImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen,
                              HCRYPTKEY hPubKey, DWORD dwFlags, HCRYPTKEY* phKey) noexcept {
   if (!ClearOutHandle(phKey)) return FALSE;
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* wrap = nullptr;
-    if (hPubKey != 0) {
-      Status status = LookupKey(ctx, hPubKey, &wrap);
-      if (status != kOk) return Outcome::Failure(kNteInvalidHandle);
-    }
+  return RunWithObjects(hProv, OptionalKey(hPubKey), [&](ProviderContext& ctx, KeyObject* wrap) {
     return ImportKey(ctx, pbData, dwDataLen, wrap, dwFlags, phKey);
   });
 }

@@ -2,9 +2,11 @@
 // public key the module holds itself (imported from a PUBLICKEYBLOB), or a key of the software
 // provider. These entries route each to where it lives.
 
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
+#include "crypto/der.h"
 #include "provider/call_frame.h"
 #include "provider/card_dispatch.h"
 #include "provider/context_objects.h"
@@ -48,21 +50,26 @@ Outcome GenKey(ProviderContext& ctx, ALG_ID algId, DWORD flags, HCRYPTKEY* phKey
   return Outcome::Success();
 }
 
-// The DER length of a certificate from its own header: tag, length, content.
-uint32_t DerTotalLength(const BYTE* der) {
-  const uint8_t first = der[1];
-  if (first <= 0x7F) return first + 2u;
-  const uint32_t lengthBytes = first & 0x7F;
-  uint32_t content = 0;
-  for (uint32_t i = 0; i < lengthBytes && i < 4; ++i) content = (content << 8) | der[2 + i];
-  return content + lengthBytes + 2;
+// The DER length of a certificate (header and content) from its own header. The parameter comes
+// with no buffer size, so the header is read as the longest one the reader accepts; false for a
+// header in another form or a length that does not fit in 32 bits.
+bool CertificateLength(const BYTE* der, uint32_t* total) {
+  uint8_t tag = 0;
+  size_t header = 0;
+  size_t content = 0;
+  if (!crypto::ReadDerHeader(der, crypto::kDerLongestHeader, &tag, &header, &content) ||
+      content > UINT32_MAX - header) {
+    return false;
+  }
+  *total = static_cast<uint32_t>(header + content);
+  return true;
 }
 
 Outcome SetCertificate(ProviderContext& ctx, const KeyObject& key, const BYTE* der) {
   if (ctx.verifyOnly) return Outcome::Failure(kNtePerm);
   if (!key.IsContainerPair()) return Outcome::Failure(kNteFail);
-  if (der == nullptr) return Outcome::Failure(kNteBadData);
-  const uint32_t total = DerTotalLength(der);
+  uint32_t total = 0;
+  if (der == nullptr || !CertificateLength(der, &total)) return Outcome::Failure(kNteBadData);
   PCCERT_CONTEXT cert = CertCreateCertificateContext(X509_ASN_ENCODING, der, total);
   if (cert == nullptr) return Outcome::Failure(kNteBadData);
   CertFreeCertificateContext(cert);
@@ -195,13 +202,6 @@ Outcome Decrypt(ProviderContext& ctx, KeyObject& key, BOOL final, DWORD flags, B
   return Outcome::FromStatus(status);
 }
 
-// Validates the optional hash handle of encrypt and decrypt; it is never used.
-Status CheckOptionalHash(const ProviderContext& ctx, HCRYPTHASH hHash) {
-  if (hHash == 0) return kOk;
-  HashObject* hash = nullptr;
-  return LookupHash(ctx, hHash, &hash);
-}
-
 }  // namespace
 
 }  // namespace nivra::provider
@@ -216,10 +216,7 @@ NIVRA_ENTRY NivraCPGenKey(HCRYPTPROV hProv, ALG_ID Algid, DWORD dwFlags, HCRYPTK
 NIVRA_ENTRY NivraCPDeriveKey(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTHASH hBaseData, DWORD dwFlags,
                              HCRYPTKEY* phKey) noexcept {
   if (!ClearOutHandle(phKey)) return FALSE;
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    HashObject* hash = nullptr;
-    Status status = LookupHash(ctx, hBaseData, &hash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredHash(hBaseData), [&](ProviderContext& ctx, HashObject* hash) {
     KeyObject* key = NewKeyObject(ctx);
     key->algId = Algid;
     key->flags = dwFlags;
@@ -234,10 +231,7 @@ NIVRA_ENTRY NivraCPDeriveKey(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTHASH hBaseDat
 }
 
 NIVRA_ENTRY NivraCPDestroyKey(HCRYPTPROV hProv, HCRYPTKEY hKey) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    Status status = LookupKey(ctx, hKey, &key);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredKey(hKey), [&](ProviderContext& ctx, KeyObject* key) {
     DestroyKeyObject(ctx, key);
     return Outcome::Success();
   });
@@ -260,20 +254,14 @@ NIVRA_ENTRY NivraCPGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUs
 
 NIVRA_ENTRY NivraCPSetKeyParam(HCRYPTPROV hProv, HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData,
                                DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    Status status = LookupKey(ctx, hKey, &key);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredKey(hKey), [&](ProviderContext& ctx, KeyObject* key) {
     return SetKeyParam(ctx, *key, dwParam, pbData, dwFlags);
   });
 }
 
 NIVRA_ENTRY NivraCPGetKeyParam(HCRYPTPROV hProv, HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData,
                                DWORD* pdwDataLen, DWORD dwFlags) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    Status status = LookupKey(ctx, hKey, &key);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredKey(hKey), [&](ProviderContext& ctx, KeyObject* key) {
     return GetKeyParam(ctx, *key, dwParam, pbData, pdwDataLen, dwFlags);
   });
 }
@@ -281,11 +269,8 @@ NIVRA_ENTRY NivraCPGetKeyParam(HCRYPTPROV hProv, HCRYPTKEY hKey, DWORD dwParam, 
 NIVRA_ENTRY NivraCPEncrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final,
                            DWORD dwFlags, BYTE* pbData, DWORD* pdwDataLen,
                            DWORD dwBufLen) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    Status status = LookupKey(ctx, hKey, &key);
-    if (status == kOk) status = CheckOptionalHash(ctx, hHash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredKey(hKey), OptionalHash(hHash),
+                        [&](ProviderContext& ctx, KeyObject* key, HashObject*) {
     if (pdwDataLen == nullptr) return Outcome::Failure(kErrInvalidParameter);
     return Encrypt(ctx, *key, Final, dwFlags, pbData, pdwDataLen, dwBufLen);
   });
@@ -293,11 +278,8 @@ NIVRA_ENTRY NivraCPEncrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH hHash, B
 
 NIVRA_ENTRY NivraCPDecrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final,
                            DWORD dwFlags, BYTE* pbData, DWORD* pdwDataLen) noexcept {
-  return RunInContext(hProv, [&](ProviderContext& ctx) {
-    KeyObject* key = nullptr;
-    Status status = LookupKey(ctx, hKey, &key);
-    if (status == kOk) status = CheckOptionalHash(ctx, hHash);
-    if (status != kOk) return Outcome::Failure(status);
+  return RunWithObjects(hProv, RequiredKey(hKey), OptionalHash(hHash),
+                        [&](ProviderContext& ctx, KeyObject* key, HashObject*) {
     return Decrypt(ctx, *key, Final, dwFlags, pbData, pdwDataLen);
   });
 }

@@ -7,9 +7,9 @@
 
 #include "provider/card_backend.h"
 #include "provider/module_state.h"
-#include "provider/named_mutex.h"
+#include "provider/verified_pin_cache.h"
+#include "platform/named_mutex.h"
 #include "service/service_monitor.h"
-#include "ui/verified_pin_cache.h"
 
 namespace nivra::provider {
 
@@ -39,7 +39,7 @@ DWORD WINAPI WatcherThread(LPVOID) {
 // (callers then run without it).
 HANDLE ModuleMutex() {
   ModuleState& m = Module();
-  if (m.moduleMutex == nullptr) m.moduleMutex = OpenOrCreateSharedMutex(kModuleMutexName);
+  if (m.moduleMutex == nullptr) m.moduleMutex = platform::OpenOrCreateSharedMutex(kModuleMutexName);
   return m.moduleMutex;
 }
 
@@ -52,18 +52,19 @@ ModuleState& Module() {
 
 void ModuleStartupForAcquire() {
   ModuleState& m = Module();
-  MutexGuard guard(ModuleMutex());
-  ui::CreateVerifiedPinMutex();
+  platform::NamedMutexLock guard(ModuleMutex());
+  CreateVerifiedPinMutex();
   CardBackend* tokenSlots = FindCardBackend(BackendTokenSlot);
   m.moduleAvailable = tokenSlots != nullptr && tokenSlots->ModuleStartup();
   ++m.liveContexts;
 }
 
-uint32_t CurrentObjectBias() { return Module().objectBiasCounter.load(); }
-
-void AdvanceObjectBias() {
+uint32_t DrawObjectBias() {
   auto& counter = Module().objectBiasCounter;
-  counter.store((counter.load() + 16) & 0x01FFFFFF);
+  uint32_t bias = counter.load();
+  while (!counter.compare_exchange_weak(bias, (bias + kObjectBiasStep) & kObjectBiasMask)) {
+  }
+  return bias;
 }
 
 BOOL StartupHook(HINSTANCE module) {

@@ -49,112 +49,138 @@ Status RewriteRsaRow(ProviderContext& ctx, DWORD param, BYTE* data) {
   return kOk;
 }
 
-Outcome EnumAlgorithms(ProviderContext& ctx, DWORD param, BYTE* data, DWORD* length,
-                       DWORD flags) {
-  if (!CryptGetProvParam(ctx.softProv, param, data, length, flags)) {
+// One get-parameter request as the entry received it.
+struct GetRequest {
+  ProviderContext& ctx;
+  DWORD param;
+  BYTE* data;
+  DWORD* length;
+  DWORD flags;
+};
+
+// The answer to a parameter this context does not have.
+Outcome NotAParameter(const GetRequest& r) {
+  *r.length = 0;
+  return Outcome::Failure(kNteBadType);
+}
+
+Outcome CopyString(const char* text, const GetRequest& r) {
+  return Outcome::FromStatus(
+      CopyOut(text, static_cast<DWORD>(std::strlen(text) + 1), r.data, r.length));
+}
+
+Outcome CopyDword(DWORD value, const GetRequest& r) {
+  return Outcome::FromStatus(CopyOut(&value, sizeof(value), r.data, r.length));
+}
+
+Outcome EnumAlgorithms(const GetRequest& r) {
+  if (!CryptGetProvParam(r.ctx.softProv, r.param, r.data, r.length, r.flags)) {
     return Outcome::SoftwareResult(FALSE);
   }
-  if (data == nullptr) return Outcome::SoftwareResult(TRUE);
-  Status status = RewriteRsaRow(ctx, param, data);
+  if (r.data == nullptr) return Outcome::SoftwareResult(TRUE);
+  Status status = RewriteRsaRow(r.ctx, r.param, r.data);
   return status == kOk ? Outcome::SoftwareResult(TRUE) : Outcome::Failure(status);
 }
 
-Outcome EnumContainers(ProviderContext& ctx, BYTE* data, DWORD* length, DWORD flags) {
-  if (data == nullptr) {
-    *length = kEnumNameBufferSize;
+Outcome EnumContainers(const GetRequest& r) {
+  ProviderContext& ctx = r.ctx;
+  if (r.data == nullptr) {
+    *r.length = kEnumNameBufferSize;
     return Outcome::Success();
   }
   if (!ctx.enumPending) {
-    Status status = CardEnumContainers(ctx, (flags & CRYPT_FIRST) != 0);
+    Status status = CardEnumContainers(ctx, (r.flags & CRYPT_FIRST) != 0);
     if (status != kOk) return Outcome::Failure(status);
   }
   const DWORD needed = static_cast<DWORD>(strnlen(ctx.enumName, sizeof(ctx.enumName)) + 1);
-  if (*length >= needed) {
-    std::memcpy(data, ctx.enumName, needed);
-    *length = needed;
+  if (*r.length >= needed) {
+    std::memcpy(r.data, ctx.enumName, needed);
+    *r.length = needed;
     ctx.enumPending = 0;
     return Outcome::Success();
   }
   // The next call returns the same name instead of advancing.
-  *length = kEnumNameBufferSize;
+  *r.length = kEnumNameBufferSize;
   ctx.enumPending = 1;
   return Outcome::Failure(kErrMoreData);
 }
 
-Outcome CopyString(const char* text, BYTE* data, DWORD* length) {
-  return Outcome::FromStatus(
-      CopyOut(text, static_cast<DWORD>(std::strlen(text) + 1), data, length));
+Outcome ContainerName(const GetRequest& r) {
+  return r.ctx.verifyOnly ? NotAParameter(r) : CopyString(r.ctx.containerName, r);
 }
 
-Outcome CopyDword(DWORD value, BYTE* data, DWORD* length) {
-  return Outcome::FromStatus(CopyOut(&value, sizeof(value), data, length));
-}
-
-Outcome GetProvParam(ProviderContext& ctx, DWORD param, BYTE* data, DWORD* length, DWORD flags) {
-  switch (param) {
-    case PP_ENUMALGS:
-    case PP_ENUMALGS_EX:
-      return EnumAlgorithms(ctx, param, data, length, flags);
-    case PP_ENUMCONTAINERS:
-      return EnumContainers(ctx, data, length, flags);
-    case PP_IMPTYPE:
-      return CopyDword(CRYPT_IMPL_HARDWARE, data, length);
-    case PP_NAME:
-      return CopyString(ctx.provName, data, length);
-    case PP_VERSION:
-      return CopyDword(kVersion, data, length);
-    case PP_CONTAINER:
-    case PP_UNIQUE_CONTAINER:
-      if (ctx.verifyOnly) break;
-      return CopyString(ctx.containerName, data, length);
-    case PP_PROVTYPE:
-      return CopyDword(ctx.provType, data, length);
-    case PP_SIG_KEYSIZE_INC:
-    case PP_KEYX_KEYSIZE_INC: {
-      Status status = EnsureCardCaps(ctx);
-      if (status != kOk) return Outcome::Failure(status);
-      return CopyDword(ctx.caps.incrementBits, data, length);
-    }
-    case PP_USE_HARDWARE_RNG:
-      return Outcome::Success();
-    case PP_KEYSPEC:
-      return CopyDword(kKeySpecs, data, length);
+// Key-size increment and PIN limits: from the card's limits.
+Outcome CardLimit(const GetRequest& r) {
+  Status status = EnsureCardCaps(r.ctx);
+  if (status != kOk) return Outcome::Failure(status);
+  const CardCaps& caps = r.ctx.caps;
+  switch (r.param) {
     case PP_NIVRA_PIN_LENGTHS:
-    case PP_NIVRA_PIN_FLAGS: {
-      Status status = EnsureCardCaps(ctx);
-      if (status != kOk) return Outcome::Failure(status);
-      return CopyDword(param == PP_NIVRA_PIN_FLAGS
-                           ? ctx.caps.pinFlags
-                           : (DWORD{ctx.caps.minPinLength} << 16) | ctx.caps.maxPinLength,
-                       data, length);
-    }
-    case PP_NIVRA_CARD_ID: {
-      uint8_t id[16] = {};
-      if (data != nullptr && *length >= sizeof(id)) {
-        Status status = CardGetCardId(ctx, id);
-        if (status != kOk) return Outcome::Failure(status);
-      }
-      return Outcome::FromStatus(CopyOut(id, sizeof(id), data, length));
-    }
-    case PP_NIVRA_SLOT_ID:
-      if (ctx.backendKind != BackendTokenSlot || ctx.device == nullptr) break;
-      return CopyDword(ctx.device->SlotIdentifier(), data, length);
-    case PP_NIVRA_PROMPT_PIN: {
-      if (ctx.backendKind != BackendTokenSlot || ctx.device == nullptr ||
-          ctx.device->selectionValue == 0) {
-        break;
-      }
-      if (flags != AT_KEYEXCHANGE && flags != AT_SIGNATURE) return Outcome::Failure(kNteBadFlags);
-      uint32_t len = *length;
-      Status status = CardPromptPin(ctx, flags, data, &len);
-      *length = len;
-      return Outcome::FromStatus(status);
-    }
+      return CopyDword((DWORD{caps.minPinLength} << 16) | caps.maxPinLength, r);
+    case PP_NIVRA_PIN_FLAGS:
+      return CopyDword(caps.pinFlags, r);
     default:
-      break;
+      return CopyDword(caps.incrementBits, r);
   }
-  *length = 0;
-  return Outcome::Failure(kNteBadType);
+}
+
+Outcome CardId(const GetRequest& r) {
+  uint8_t id[16] = {};
+  if (r.data != nullptr && *r.length >= sizeof(id)) {
+    Status status = CardGetCardId(r.ctx, id);
+    if (status != kOk) return Outcome::Failure(status);
+  }
+  return Outcome::FromStatus(CopyOut(id, sizeof(id), r.data, r.length));
+}
+
+bool OnTokenSlot(const ProviderContext& ctx) {
+  return ctx.backendKind == BackendTokenSlot && ctx.device != nullptr;
+}
+
+Outcome SlotId(const GetRequest& r) {
+  return OnTokenSlot(r.ctx) ? CopyDword(r.ctx.device->SlotIdentifier(), r) : NotAParameter(r);
+}
+
+Outcome PromptPin(const GetRequest& r) {
+  if (!OnTokenSlot(r.ctx) || r.ctx.device->selectionValue == 0) return NotAParameter(r);
+  if (r.flags != AT_KEYEXCHANGE && r.flags != AT_SIGNATURE) return Outcome::Failure(kNteBadFlags);
+  uint32_t len = *r.length;
+  Status status = CardPromptPin(r.ctx, r.flags, r.data, &len);
+  *r.length = len;
+  return Outcome::FromStatus(status);
+}
+
+struct GetParamRow {
+  DWORD param;
+  Outcome (*get)(const GetRequest& r);
+};
+
+constexpr GetParamRow kGetParams[] = {
+    {PP_ENUMALGS, EnumAlgorithms},
+    {PP_ENUMALGS_EX, EnumAlgorithms},
+    {PP_ENUMCONTAINERS, EnumContainers},
+    {PP_IMPTYPE, [](const GetRequest& r) { return CopyDword(CRYPT_IMPL_HARDWARE, r); }},
+    {PP_NAME, [](const GetRequest& r) { return CopyString(r.ctx.provName, r); }},
+    {PP_VERSION, [](const GetRequest& r) { return CopyDword(kVersion, r); }},
+    {PP_CONTAINER, ContainerName},
+    {PP_UNIQUE_CONTAINER, ContainerName},
+    {PP_PROVTYPE, [](const GetRequest& r) { return CopyDword(r.ctx.provType, r); }},
+    {PP_SIG_KEYSIZE_INC, CardLimit},
+    {PP_KEYX_KEYSIZE_INC, CardLimit},
+    {PP_USE_HARDWARE_RNG, [](const GetRequest&) { return Outcome::Success(); }},
+    {PP_KEYSPEC, [](const GetRequest& r) { return CopyDword(kKeySpecs, r); }},
+    {PP_NIVRA_PIN_LENGTHS, CardLimit},
+    {PP_NIVRA_PIN_FLAGS, CardLimit},
+    {PP_NIVRA_CARD_ID, CardId},
+    {PP_NIVRA_SLOT_ID, SlotId},
+    {PP_NIVRA_PROMPT_PIN, PromptPin},
+};
+
+Outcome GetProvParam(const GetRequest& r) {
+  for (const GetParamRow& row : kGetParams) {
+    if (row.param == r.param) return row.get(r);
+  }
+  return NotAParameter(r);
 }
 
 // Splits "first\0second\0"; false when either is longer than the card's maximum PIN length.
@@ -232,7 +258,7 @@ NIVRA_ENTRY NivraCPGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, D
                                 DWORD dwFlags) noexcept {
   return RunInContext(hProv, [&](ProviderContext& ctx) {
     if (pdwDataLen == nullptr) return Outcome::Failure(kErrInvalidParameter);
-    return GetProvParam(ctx, dwParam, pbData, pdwDataLen, dwFlags);
+    return GetProvParam(GetRequest{ctx, dwParam, pbData, pdwDataLen, dwFlags});
   });
 }
 

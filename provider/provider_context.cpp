@@ -3,11 +3,13 @@
 #include <cstdlib>
 #include <new>
 
+#include "provider/handle_registry.h"
+
 namespace nivra::provider {
 
 namespace {
 // The one address whose context handle (address + bias) would be 0.
-const uintptr_t kAddressOfHandleZero = uintptr_t{0} - 0x0110F7F0;
+const uintptr_t kAddressOfHandleZero = uintptr_t{0} - kHandleBias;
 }  // namespace
 
 // GCC sees the comparison with a constant address and warns that the block freed there is no

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "ui/module_handle.h"
+#include "platform/module_handle.h"
 #include "ui/resource.h"
 #include "ui/ui_text.h"
 
@@ -34,7 +34,7 @@ void CVerifyPIN::UseLanguage(uint16_t langId) { langId_ = langId; }
 
 INT_PTR CVerifyPIN::DoModal() {
   HWND owner = parent_ && IsWindow(parent_) ? parent_ : nullptr;
-  INT_PTR result = DialogBoxParamW(UiResourceModule(), MAKEINTRESOURCEW(IDD_VERIFY_PIN), owner,
+  INT_PTR result = DialogBoxParamW(platform::CurrentModule(), MAKEINTRESOURCEW(IDD_VERIFY_PIN), owner,
                                    &CVerifyPIN::DialogProc, reinterpret_cast<LPARAM>(this));
   hwnd_ = nullptr;
   return result == 0 ? -1 : result;

@@ -13,7 +13,6 @@ namespace nivra::p11test {
 namespace {
 
 using pkcs11::ModuleSlots;
-using pkcs11::SlotTableLock;
 
 constexpr DWORD kNteBadKeyset = 0x80090016;
 
@@ -54,7 +53,7 @@ TEST_F(FakeBackendTest, CountFollowsTheModuleAndKeptRecordsAreNotReadAgain) {
   ASSERT_EQ(ModuleSlots().count, 5u);
   fake.SetSlots(3, 0);
   {
-    SlotTableLock lock;
+    platform::NamedMutexLock lock(pkcs11::SlotTableMutex());
     ASSERT_EQ(pkcs11::RefreshSlotList(), 0u);
   }
   EXPECT_EQ(ModuleSlots().count, 3u);
@@ -65,7 +64,7 @@ TEST_F(FakeBackendTest, CountFollowsTheModuleAndKeptRecordsAreNotReadAgain) {
   fake.SetSlotDescription(0, "renamed");
   const uint32_t infoCalls = fake.CallCount("C_GetSlotInfo");
   {
-    SlotTableLock lock;
+    platform::NamedMutexLock lock(pkcs11::SlotTableMutex());
     ASSERT_EQ(pkcs11::RefreshSlotList(), 0u);
   }
   EXPECT_EQ(ModuleSlots().count, 5u);

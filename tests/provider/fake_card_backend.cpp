@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "provider/card_backend.h"
+#include "provider/module_state.h"
 #include "provider/provider_context.h"
 #include "fake_card_control.h"
 
@@ -215,4 +216,14 @@ extern "C" __declspec(dllexport) void FakeCardRecordGet(FakeCardRecord* out) {
   out->inputLength = static_cast<uint32_t>(s.lastInput.size());
   std::memcpy(out->input, s.lastInput.data(), s.lastInput.size() < sizeof(out->input) ? s.lastInput.size() : sizeof(out->input));
   std::strncpy(out->lastPin, s.lastPin.c_str(), sizeof(out->lastPin) - 1);
+}
+
+// The object-bias counter, read and set: a test rewinds it to give a second context the bias of a
+// first, as the counter does on its own after it wraps.
+extern "C" __declspec(dllexport) uint32_t FakeCardObjectBiasCounter() {
+  return Module().objectBiasCounter.load();
+}
+
+extern "C" __declspec(dllexport) void FakeCardSetObjectBiasCounter(uint32_t value) {
+  Module().objectBiasCounter.store(value);
 }

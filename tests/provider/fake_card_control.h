@@ -20,3 +20,5 @@ using FakeCardResetFn = void (*)(uint32_t serviceCards, uint32_t bluetoothCards,
                                  const char* containerOn);
 using FakeCardSetOpenResultFn = void (*)(uint32_t status);
 using FakeCardRecordGetFn = void (*)(FakeCardRecord* out);
+using FakeCardObjectBiasCounterFn = uint32_t (*)();
+using FakeCardSetObjectBiasCounterFn = void (*)(uint32_t value);

@@ -120,8 +120,17 @@ TEST_F(HandleValidation, OutPointersAreCheckedBeforeTheContextAndZeroedFirst) {
 }
 
 TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
+  auto biasCounter = reinterpret_cast<FakeCardObjectBiasCounterFn>(
+      reinterpret_cast<void*>(GetProcAddress(dll.module, "FakeCardObjectBiasCounter")));
+  auto setBiasCounter = reinterpret_cast<FakeCardSetObjectBiasCounterFn>(
+      reinterpret_cast<void*>(GetProcAddress(dll.module, "FakeCardSetObjectBiasCounter")));
+  ASSERT_TRUE(biasCounter != nullptr && setBiasCounter != nullptr);
+  const uint32_t bias = biasCounter();
   HCRYPTPROV prov = Open();
-  HCRYPTPROV other = Open();
+  HCRYPTPROV other = Open();  // draws the next bias
+  // Draws prov's bias again, as every context does once the counter has wrapped.
+  setBiasCounter(bias);
+  HCRYPTPROV sharer = Open();
   HCRYPTKEY key = 0;
   HCRYPTHASH hash = 0;
   ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
@@ -134,11 +143,16 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
   EXPECT_FAILS_WITH(dll.HashData(prov, 0, data, 4, 0), NTE_INVALID_PARAMETER);
   HCRYPTKEY scratch = 0;
   EXPECT_FAILS_WITH(dll.DeriveKey(prov, CALG_RC4, 0, 0, &scratch), NTE_INVALID_PARAMETER);
-  // Consecutive contexts draw different biases: the other context's objects are unknown here.
-  EXPECT_FAILS_WITH(dll.DestroyKey(other, key), NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.GetKeyParam(other, key, KP_ALGID, data, &length, 0), NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.HashData(other, hash, data, 4, 0), NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.DestroyHash(other, hash), NTE_INVALID_HANDLE);
+  // Another context's objects are unknown here, whether its bias differs or is the same.
+  for (HCRYPTPROV stranger : {other, sharer}) {
+    EXPECT_FAILS_WITH(dll.DestroyKey(stranger, key), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.GetKeyParam(stranger, key, KP_ALGID, data, &length, 0), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.HashData(stranger, hash, data, 4, 0), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.DestroyHash(stranger, hash), NTE_INVALID_HANDLE);
+    HCRYPTHASH keyed = 0;
+    EXPECT_FAILS_WITH(dll.CreateHash(stranger, CALG_SHA1, key, 0, &keyed), NTE_INVALID_HANDLE);
+  }
+  EXPECT_SUCCEEDS(dll.HashData(prov, hash, data, 4, 0));
   // Garbage and near misses.
   for (HCRYPTKEY garbage : {key + 1, key - 16, HCRYPTKEY{0x12345678}, ~HCRYPTKEY{0}}) {
     EXPECT_FAILS_WITH(dll.DestroyKey(prov, garbage), NTE_INVALID_HANDLE);
@@ -156,8 +170,10 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
   EXPECT_FAILS_WITH(dll.VerifySignature(prov, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
   EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);
 
-  dll.ReleaseContext(other, 0);
-  dll.ReleaseContext(prov, 0);
+  // Each release frees what its own context made, once.
+  EXPECT_SUCCEEDS(dll.ReleaseContext(sharer, 0));
+  EXPECT_SUCCEEDS(dll.ReleaseContext(other, 0));
+  EXPECT_SUCCEEDS(dll.ReleaseContext(prov, 0));
 }
 
 TEST_F(HandleValidation, DestroyedObjectsAreInvalidAfterwards) {

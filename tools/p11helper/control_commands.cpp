@@ -59,140 +59,194 @@ void Dispatcher::ResetInjections() {
   eventsChanged_.notify_all();
 }
 
+namespace {
+
+std::string Refuse(uint32_t* rv, CK_RV code, const std::string& why) {
+  *rv = static_cast<uint32_t>(code);
+  return why;
+}
+
+size_t Arguments(const std::vector<std::string>& words) { return words.size() - 1; }
+bool NoArguments(const std::vector<std::string>& words) { return Arguments(words) == 0; }
+bool OneArgument(const std::vector<std::string>& words) { return Arguments(words) == 1; }
+bool AnyArguments(const std::vector<std::string>&) { return true; }
+bool OnOrOff(const std::vector<std::string>& words) {
+  return OneArgument(words) && (words[1] == "on" || words[1] == "off");
+}
+// One argument, or two whose second is `flag`.
+template <const char* flag>
+bool OneArgumentAndOptional(const std::vector<std::string>& words) {
+  return Arguments(words) == 1 || (Arguments(words) == 2 && words[2] == flag);
+}
+constexpr char kBlank[] = "blank";
+constexpr char kNoInit[] = "noinit";
+
+}  // namespace
+
+std::string Dispatcher::AddFakeSlots(const std::vector<std::string>& words, uint32_t* rv) {
+  uint64_t number = 0;
+  if (!ParseControlNumber(words[1], &number) || number == 0 ||
+      number > kMaxFakeSlots - state_.fakeSlots.size())
+    return Refuse(rv, CKR_ARGUMENTS_BAD,
+                  "slot count must be 1.." + std::to_string(kMaxFakeSlots) + " in total");
+  std::string ids;
+  for (uint64_t i = 0; i < number; ++i) {
+    FakeSlot fake;
+    fake.id = kFirstFakeSlotId + state_.fakeSlots.size();
+    fake.blankDescription = Arguments(words) == 2;
+    state_.fakeSlots.push_back(fake);
+    ids += (ids.empty() ? "" : " ") + Hex(fake.id);
+  }
+  return ids;
+}
+
+std::string Dispatcher::ForceInitialize(const std::vector<std::string>& words, uint32_t* rv) {
+  uint64_t number = 0;
+  if (!ParseControlNumber(words[1], &number) || number > 0xFFFFFFFFull)
+    return Refuse(rv, CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
+  state_.forcedInitialize = ForcedInitialize{static_cast<uint32_t>(number), Arguments(words) == 2};
+  return "ok";
+}
+
+// remove, insert and event: one slot number.
+std::string Dispatcher::SlotCommand(const std::vector<std::string>& words, uint32_t* rv) {
+  const std::string& verb = words[0];
+  uint64_t number = 0;
+  if (!OneArgument(words) || !ParseControlNumber(words[1], &number))
+    return Refuse(rv, CKR_ARGUMENTS_BAD, verb + " needs one slot number");
+  const auto slot = static_cast<CK_SLOT_ID>(number);
+  if (verb == "event") {
+    if (!FindFakeSlot(slot) && !IsModuleSlot(slot))
+      return Refuse(rv, CKR_SLOT_ID_INVALID, "no slot " + Hex(slot));
+    QueueSlotEvent(slot);
+    return "ok";
+  }
+  if (!IsModuleSlot(slot)) return Refuse(rv, CKR_SLOT_ID_INVALID, "no module slot " + Hex(slot));
+  return verb == "remove" ? RemoveToken(slot) : InsertToken(slot);
+}
+
+std::string Dispatcher::CountOf(const std::string& name, uint32_t* rv) {
+  p11wire::WireOp op;
+  if (!p11wire::WireCallOpFromName(name, &op))
+    return Refuse(rv, CKR_ARGUMENTS_BAD, "no forwarded function " + name);
+  return std::to_string(state_.callCounts[static_cast<uint16_t>(op) - p11wire::kWireFirstCallOp]);
+}
+
+std::string Dispatcher::AllCounts() {
+  std::string lines;
+  for (uint16_t op = p11wire::kWireFirstCallOp; op <= p11wire::kWireLastCallOp; ++op) {
+    uint64_t n = state_.callCounts[op - p11wire::kWireFirstCallOp];
+    if (n != 0) lines += std::string(p11wire::WireOpName(op)) + "=" + std::to_string(n) + "\n";
+  }
+  return lines;
+}
+
+std::string Dispatcher::ListSlots() {
+  std::string lines;
+  CK_ULONG n = 0;
+  std::vector<CK_SLOT_ID> ids;
+  if (module_->C_GetSlotList(CK_FALSE, nullptr, &n) == CKR_OK) {
+    ids.resize(n);
+    if (module_->C_GetSlotList(CK_FALSE, ids.data(), &n) != CKR_OK) n = 0;
+    ids.resize(n);
+  }
+  for (CK_SLOT_ID id : ids) {
+    CK_SLOT_INFO info;
+    bool present = module_->C_GetSlotInfo(id, &info) == CKR_OK && (info.flags & CKF_TOKEN_PRESENT);
+    const char* token = state_.removedTokens.count(id) ? "removed" : (present ? "present" : "empty");
+    lines += Hex(id) + " module " + token + "\n";
+  }
+  for (const FakeSlot& fake : state_.fakeSlots) lines += Hex(fake.id) + " fake\n";
+  return lines;
+}
+
+std::string Dispatcher::RefuseVendorClass(const std::string& word, uint32_t* rv) {
+  if (word == "off") {
+    state_.vendorClassRefusal.reset();
+    return "ok";
+  }
+  uint64_t number = 0;
+  if (!ParseControlNumber(word, &number) || number == 0 || number > 0xFFFFFFFFull)
+    return Refuse(rv, CKR_ARGUMENTS_BAD, "refusal must be a non-zero 32-bit number");
+  state_.vendorClassRefusal = static_cast<uint32_t>(number);
+  return "ok";
+}
+
+std::string Dispatcher::InitializeArguments() {
+  std::string lines;
+  for (const p11wire::InitializeRequest& given : state_.initializeArguments) {
+    lines += given.hasArguments ? "flags=" + Hex(given.flags) +
+                                      (given.mutexFunctions ? " mutexes" : " no-mutexes")
+                                : std::string("null");
+    lines += "\n";
+  }
+  return lines;
+}
+
+using Words = std::vector<std::string>;
+
+const Dispatcher::ControlCommand Dispatcher::kControlCommands[] = {
+    {"ping", NoArguments, [](Dispatcher&, const Words&, uint32_t*) -> std::string { return "pong"; }},
+    {"reset", NoArguments,
+     [](Dispatcher& d, const Words&, uint32_t*) -> std::string {
+       d.ResetInjections();
+       return "ok";
+     }},
+    {"add-slots", OneArgumentAndOptional<kBlank>,
+     [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.AddFakeSlots(w, rv); }},
+    {"force-init", [](const Words& w) { return OneArgument(w) && w[1] == "off"; },
+     [](Dispatcher& d, const Words&, uint32_t*) -> std::string {
+       d.state_.forcedInitialize.reset();
+       return "ok";
+     }},
+    {"force-init", OneArgumentAndOptional<kNoInit>,
+     [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.ForceInitialize(w, rv); }},
+    {"vendor-class", OnOrOff,
+     [](Dispatcher& d, const Words& w, uint32_t*) -> std::string {
+       d.state_.vendorClass = w[1] == "on";
+       return "ok";
+     }},
+    {"refuse-vendor-class", OneArgument,
+     [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.RefuseVendorClass(w[1], rv); }},
+    {"cant-lock", OnOrOff,
+     [](Dispatcher& d, const Words& w, uint32_t*) -> std::string {
+       d.state_.cantLock = w[1] == "on";
+       return "ok";
+     }},
+    {"init-args", NoArguments,
+     [](Dispatcher& d, const Words&, uint32_t*) { return d.InitializeArguments(); }},
+    {"remove", AnyArguments, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.SlotCommand(w, rv); }},
+    {"insert", AnyArguments, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.SlotCommand(w, rv); }},
+    {"event", AnyArguments, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.SlotCommand(w, rv); }},
+    {"slot-events", OnOrOff,
+     [](Dispatcher& d, const Words& w, uint32_t*) -> std::string {
+       d.state_.slotEvents = w[1] == "on";
+       d.eventsChanged_.notify_all();
+       return "ok";
+     }},
+    {"count", OneArgument, [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.CountOf(w[1], rv); }},
+    {"counts", NoArguments, [](Dispatcher& d, const Words&, uint32_t*) { return d.AllCounts(); }},
+    {"reset-counts", NoArguments,
+     [](Dispatcher& d, const Words&, uint32_t*) -> std::string {
+       d.state_.callCounts.fill(0);
+       return "ok";
+     }},
+    {"slots", NoArguments, [](Dispatcher& d, const Words&, uint32_t*) { return d.ListSlots(); }},
+    {"stop", NoArguments,
+     [](Dispatcher& d, const Words&, uint32_t*) -> std::string {
+       d.state_.stopping = true;
+       d.eventsChanged_.notify_all();
+       return "stopping";
+     }},
+};
+
 std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32_t* rv) {
   *rv = CKR_OK;
-  auto refuse = [rv](CK_RV code, const std::string& why) {
-    *rv = static_cast<uint32_t>(code);
-    return why;
-  };
-  if (words.empty()) return refuse(CKR_ARGUMENTS_BAD, "empty command");
-  const std::string& verb = words[0];
-  const size_t args = words.size() - 1;
-  uint64_t number = 0;
-  // The slot argument of remove, insert and event; false when it is malformed.
-  auto slotArgument = [&](CK_SLOT_ID* slot) {
-    if (args != 1 || !ParseControlNumber(words[1], &number)) return false;
-    *slot = static_cast<CK_SLOT_ID>(number);
-    return true;
-  };
-
-  if (verb == "ping" && args == 0) return "pong";
-  if (verb == "reset" && args == 0) {
-    ResetInjections();
-    return "ok";
+  if (words.empty()) return Refuse(rv, CKR_ARGUMENTS_BAD, "empty command");
+  for (const ControlCommand& command : kControlCommands) {
+    if (words[0] == command.verb && command.accepts(words)) return command.run(*this, words, rv);
   }
-  if (verb == "add-slots" && (args == 1 || (args == 2 && words[2] == "blank"))) {
-    if (!ParseControlNumber(words[1], &number) || number == 0 ||
-        number > kMaxFakeSlots - state_.fakeSlots.size())
-      return refuse(CKR_ARGUMENTS_BAD, "slot count must be 1.." + std::to_string(kMaxFakeSlots) +
-                                           " in total");
-    std::string ids;
-    for (uint64_t i = 0; i < number; ++i) {
-      FakeSlot fake;
-      fake.id = kFirstFakeSlotId + state_.fakeSlots.size();
-      fake.blankDescription = args == 2;
-      state_.fakeSlots.push_back(fake);
-      ids += (ids.empty() ? "" : " ") + Hex(fake.id);
-    }
-    return ids;
-  }
-  if (verb == "force-init" && args == 1 && words[1] == "off") {
-    state_.forcedInitialize.reset();
-    return "ok";
-  }
-  if (verb == "force-init" && (args == 1 || (args == 2 && words[2] == "noinit"))) {
-    if (!ParseControlNumber(words[1], &number) || number > 0xFFFFFFFFull)
-      return refuse(CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
-    state_.forcedInitialize = ForcedInitialize{static_cast<uint32_t>(number), args == 2};
-    return "ok";
-  }
-  if (verb == "vendor-class" && args == 1 && (words[1] == "on" || words[1] == "off")) {
-    state_.vendorClass = words[1] == "on";
-    return "ok";
-  }
-  if (verb == "refuse-vendor-class" && args == 1) {
-    if (words[1] == "off") {
-      state_.vendorClassRefusal.reset();
-      return "ok";
-    }
-    if (!ParseControlNumber(words[1], &number) || number == 0 || number > 0xFFFFFFFFull)
-      return refuse(CKR_ARGUMENTS_BAD, "refusal must be a non-zero 32-bit number");
-    state_.vendorClassRefusal = static_cast<uint32_t>(number);
-    return "ok";
-  }
-  if (verb == "cant-lock" && args == 1 && (words[1] == "on" || words[1] == "off")) {
-    state_.cantLock = words[1] == "on";
-    return "ok";
-  }
-  if (verb == "init-args" && args == 0) {
-    std::string lines;
-    for (const p11wire::InitializeRequest& given : state_.initializeArguments) {
-      lines += given.hasArguments ? "flags=" + Hex(given.flags) +
-                                        (given.mutexFunctions ? " mutexes" : " no-mutexes")
-                                  : std::string("null");
-      lines += "\n";
-    }
-    return lines;
-  }
-  if (verb == "remove" || verb == "insert" || verb == "event") {
-    CK_SLOT_ID slot = 0;
-    if (!slotArgument(&slot)) return refuse(CKR_ARGUMENTS_BAD, verb + " needs one slot number");
-    if (verb == "event") {
-      if (!FindFakeSlot(slot) && !IsModuleSlot(slot))
-        return refuse(CKR_SLOT_ID_INVALID, "no slot " + Hex(slot));
-      QueueSlotEvent(slot);
-      return "ok";
-    }
-    if (!IsModuleSlot(slot)) return refuse(CKR_SLOT_ID_INVALID, "no module slot " + Hex(slot));
-    return verb == "remove" ? RemoveToken(slot) : InsertToken(slot);
-  }
-  if (verb == "slot-events" && args == 1 && (words[1] == "on" || words[1] == "off")) {
-    state_.slotEvents = words[1] == "on";
-    eventsChanged_.notify_all();
-    return "ok";
-  }
-  if (verb == "count" && args == 1) {
-    p11wire::WireOp op;
-    if (!p11wire::WireCallOpFromName(words[1], &op))
-      return refuse(CKR_ARGUMENTS_BAD, "no forwarded function " + words[1]);
-    return std::to_string(state_.callCounts[static_cast<uint16_t>(op) - p11wire::kWireFirstCallOp]);
-  }
-  if (verb == "counts" && args == 0) {
-    std::string lines;
-    for (uint16_t op = p11wire::kWireFirstCallOp; op <= p11wire::kWireLastCallOp; ++op) {
-      uint64_t n = state_.callCounts[op - p11wire::kWireFirstCallOp];
-      if (n != 0) lines += std::string(p11wire::WireOpName(op)) + "=" + std::to_string(n) + "\n";
-    }
-    return lines;
-  }
-  if (verb == "reset-counts" && args == 0) {
-    state_.callCounts.fill(0);
-    return "ok";
-  }
-  if (verb == "slots" && args == 0) {
-    std::string lines;
-    CK_ULONG n = 0;
-    std::vector<CK_SLOT_ID> ids;
-    if (module_->C_GetSlotList(CK_FALSE, nullptr, &n) == CKR_OK) {
-      ids.resize(n);
-      if (module_->C_GetSlotList(CK_FALSE, ids.data(), &n) != CKR_OK) n = 0;
-      ids.resize(n);
-    }
-    for (CK_SLOT_ID id : ids) {
-      CK_SLOT_INFO info;
-      bool present = module_->C_GetSlotInfo(id, &info) == CKR_OK && (info.flags & CKF_TOKEN_PRESENT);
-      const char* token = state_.removedTokens.count(id) ? "removed" : (present ? "present" : "empty");
-      lines += Hex(id) + " module " + token + "\n";
-    }
-    for (const FakeSlot& fake : state_.fakeSlots) lines += Hex(fake.id) + " fake\n";
-    return lines;
-  }
-  if (verb == "stop" && args == 0) {
-    state_.stopping = true;
-    eventsChanged_.notify_all();
-    return "stopping";
-  }
-  return refuse(CKR_ARGUMENTS_BAD, "unknown command: " + verb);
+  return Refuse(rv, CKR_ARGUMENTS_BAD, "unknown command: " + words[0]);
 }
 
 }  // namespace nivra::p11helper

@@ -1,5 +1,7 @@
 #include "tools/p11helper/dispatcher.h"
 
+#include <type_traits>
+
 #include "tools/p11wire/wire_shapes.h"
 
 namespace nivra::p11helper {
@@ -71,97 +73,73 @@ void Dispatcher::CloseClientSessions(ClientState& client) {
   client.removedSessions.clear();
 }
 
+template <WireOp op, auto method>
+std::vector<uint8_t> Dispatcher::Route(Dispatcher& d, Call& call) {
+  return Serve<op>(call.body, call.client.initialised, [&](auto& request) {
+    using Method = decltype(method);
+    using Request = decltype(request);
+    if constexpr (std::is_invocable_v<Method, Dispatcher&, Lock&, ClientState&, Request,
+                                      const std::function<bool()>&>) {
+      return (d.*method)(call.lock, call.client, request, call.peerGone);
+    } else if constexpr (std::is_invocable_v<Method, Dispatcher&, ClientState&, uint16_t, Request>) {
+      return (d.*method)(call.client, call.op, request);
+    } else if constexpr (std::is_invocable_v<Method, Dispatcher&, ClientState&, Request>) {
+      return (d.*method)(call.client, request);
+    } else if constexpr (std::is_invocable_v<Method, Dispatcher&, Request>) {
+      return (d.*method)(request);
+    } else if constexpr (std::is_invocable_v<Method, Dispatcher&, ClientState&>) {
+      return (d.*method)(call.client);
+    } else {
+      return (d.*method)();
+    }
+  });
+}
+
+const Dispatcher::CallRoute Dispatcher::kCallRoutes[] = {
+    {WireOp::kInitialize, &Route<WireOp::kInitialize, &Dispatcher::Initialize>},
+    {WireOp::kFinalize, &Route<WireOp::kFinalize, &Dispatcher::Finalize>},
+    {WireOp::kGetInfo, &Route<WireOp::kGetInfo, &Dispatcher::GetInfo>},
+    {WireOp::kGetSlotList, &Route<WireOp::kGetSlotList, &Dispatcher::GetSlotList>},
+    {WireOp::kGetSlotInfo, &Route<WireOp::kGetSlotInfo, &Dispatcher::GetSlotInfo>},
+    {WireOp::kGetTokenInfo, &Route<WireOp::kGetTokenInfo, &Dispatcher::GetTokenInfo>},
+    {WireOp::kWaitForSlotEvent, &Route<WireOp::kWaitForSlotEvent, &Dispatcher::WaitForSlotEvent>},
+    {WireOp::kGetMechanismList, &Route<WireOp::kGetMechanismList, &Dispatcher::GetMechanismList>},
+    {WireOp::kGetMechanismInfo, &Route<WireOp::kGetMechanismInfo, &Dispatcher::GetMechanismInfo>},
+    {WireOp::kInitToken, &Route<WireOp::kInitToken, &Dispatcher::InitToken>},
+    {WireOp::kInitPIN, &Route<WireOp::kInitPIN, &Dispatcher::InitPin>},
+    {WireOp::kSetPIN, &Route<WireOp::kSetPIN, &Dispatcher::SetPin>},
+    {WireOp::kOpenSession, &Route<WireOp::kOpenSession, &Dispatcher::OpenSession>},
+    {WireOp::kCloseSession, &Route<WireOp::kCloseSession, &Dispatcher::CloseSession>},
+    {WireOp::kCloseAllSessions, &Route<WireOp::kCloseAllSessions, &Dispatcher::CloseAllSessions>},
+    {WireOp::kGetSessionInfo, &Route<WireOp::kGetSessionInfo, &Dispatcher::GetSessionInfo>},
+    {WireOp::kLogin, &Route<WireOp::kLogin, &Dispatcher::Login>},
+    {WireOp::kLogout, &Route<WireOp::kLogout, &Dispatcher::Logout>},
+    {WireOp::kCreateObject, &Route<WireOp::kCreateObject, &Dispatcher::CreateObject>},
+    {WireOp::kDestroyObject, &Route<WireOp::kDestroyObject, &Dispatcher::DestroyObject>},
+    {WireOp::kGetAttributeValue, &Route<WireOp::kGetAttributeValue, &Dispatcher::GetAttributeValue>},
+    {WireOp::kSetAttributeValue, &Route<WireOp::kSetAttributeValue, &Dispatcher::SetAttributeValue>},
+    {WireOp::kFindObjectsInit, &Route<WireOp::kFindObjectsInit, &Dispatcher::FindObjectsInit>},
+    {WireOp::kFindObjects, &Route<WireOp::kFindObjects, &Dispatcher::FindObjects>},
+    {WireOp::kFindObjectsFinal, &Route<WireOp::kFindObjectsFinal, &Dispatcher::FindObjectsFinal>},
+    {WireOp::kGenerateKeyPair, &Route<WireOp::kGenerateKeyPair, &Dispatcher::GenerateKeyPair>},
+    {WireOp::kSignInit, &Route<WireOp::kSignInit, &Dispatcher::OperationInit>},
+    {WireOp::kSign, &Route<WireOp::kSign, &Dispatcher::OneShot>},
+    {WireOp::kDecryptInit, &Route<WireOp::kDecryptInit, &Dispatcher::OperationInit>},
+    {WireOp::kDecrypt, &Route<WireOp::kDecrypt, &Dispatcher::OneShot>},
+    {WireOp::kEncryptInit, &Route<WireOp::kEncryptInit, &Dispatcher::OperationInit>},
+    {WireOp::kEncrypt, &Route<WireOp::kEncrypt, &Dispatcher::OneShot>},
+    {WireOp::kGenerateRandom, &Route<WireOp::kGenerateRandom, &Dispatcher::GenerateRandom>},
+};
+
 std::vector<uint8_t> Dispatcher::HandleCall(uint64_t clientId, uint16_t op,
                                             const std::vector<uint8_t>& body,
                                             const std::function<bool()>& peerGone) {
   Lock lock(mutex_);
   ClientState& c = state_.clients[clientId];
   if (p11wire::IsWireCallOp(op)) state_.callCounts[op - p11wire::kWireFirstCallOp]++;
-  const bool ready = c.initialised;
-  switch (static_cast<WireOp>(op)) {
-    case WireOp::kInitialize:
-      return Serve<WireOp::kInitialize>(body, ready, [&](auto& r) { return Initialize(c, r); });
-    case WireOp::kFinalize:
-      return Serve<WireOp::kFinalize>(body, ready, [&](auto&) { return Finalize(c); });
-    case WireOp::kGetInfo:
-      return Serve<WireOp::kGetInfo>(body, ready, [&](auto&) { return GetInfo(); });
-    case WireOp::kGetSlotList:
-      return Serve<WireOp::kGetSlotList>(body, ready, [&](auto& r) { return GetSlotList(r); });
-    case WireOp::kGetSlotInfo:
-      return Serve<WireOp::kGetSlotInfo>(body, ready, [&](auto& r) { return GetSlotInfo(r); });
-    case WireOp::kGetTokenInfo:
-      return Serve<WireOp::kGetTokenInfo>(body, ready, [&](auto& r) { return GetTokenInfo(r); });
-    case WireOp::kWaitForSlotEvent:
-      return Serve<WireOp::kWaitForSlotEvent>(
-          body, ready, [&](auto& r) { return WaitForSlotEvent(lock, c, r, peerGone); });
-    case WireOp::kGetMechanismList:
-      return Serve<WireOp::kGetMechanismList>(body, ready,
-                                              [&](auto& r) { return GetMechanismList(r); });
-    case WireOp::kGetMechanismInfo:
-      return Serve<WireOp::kGetMechanismInfo>(body, ready,
-                                              [&](auto& r) { return GetMechanismInfo(r); });
-    case WireOp::kInitToken:
-      return Serve<WireOp::kInitToken>(body, ready, [&](auto& r) { return InitToken(r); });
-    case WireOp::kInitPIN:
-      return Serve<WireOp::kInitPIN>(body, ready, [&](auto& r) { return InitPin(c, r); });
-    case WireOp::kSetPIN:
-      return Serve<WireOp::kSetPIN>(body, ready, [&](auto& r) { return SetPin(c, r); });
-    case WireOp::kOpenSession:
-      return Serve<WireOp::kOpenSession>(body, ready, [&](auto& r) { return OpenSession(c, r); });
-    case WireOp::kCloseSession:
-      return Serve<WireOp::kCloseSession>(body, ready, [&](auto& r) { return CloseSession(c, r); });
-    case WireOp::kCloseAllSessions:
-      return Serve<WireOp::kCloseAllSessions>(body, ready,
-                                              [&](auto& r) { return CloseAllSessions(c, r); });
-    case WireOp::kGetSessionInfo:
-      return Serve<WireOp::kGetSessionInfo>(body, ready,
-                                            [&](auto& r) { return GetSessionInfo(c, r); });
-    case WireOp::kLogin:
-      return Serve<WireOp::kLogin>(body, ready, [&](auto& r) { return Login(c, r); });
-    case WireOp::kLogout:
-      return Serve<WireOp::kLogout>(body, ready, [&](auto& r) { return Logout(c, r); });
-    case WireOp::kCreateObject:
-      return Serve<WireOp::kCreateObject>(body, ready, [&](auto& r) { return CreateObject(c, r); });
-    case WireOp::kDestroyObject:
-      return Serve<WireOp::kDestroyObject>(body, ready,
-                                           [&](auto& r) { return DestroyObject(c, r); });
-    case WireOp::kGetAttributeValue:
-      return Serve<WireOp::kGetAttributeValue>(body, ready,
-                                               [&](auto& r) { return GetAttributeValue(c, r); });
-    case WireOp::kSetAttributeValue:
-      return Serve<WireOp::kSetAttributeValue>(body, ready,
-                                               [&](auto& r) { return SetAttributeValue(c, r); });
-    case WireOp::kFindObjectsInit:
-      return Serve<WireOp::kFindObjectsInit>(body, ready,
-                                             [&](auto& r) { return FindObjectsInit(c, r); });
-    case WireOp::kFindObjects:
-      return Serve<WireOp::kFindObjects>(body, ready, [&](auto& r) { return FindObjects(c, r); });
-    case WireOp::kFindObjectsFinal:
-      return Serve<WireOp::kFindObjectsFinal>(body, ready,
-                                              [&](auto& r) { return FindObjectsFinal(c, r); });
-    case WireOp::kGenerateKeyPair:
-      return Serve<WireOp::kGenerateKeyPair>(body, ready,
-                                             [&](auto& r) { return GenerateKeyPair(c, r); });
-    case WireOp::kSignInit:
-      return Serve<WireOp::kSignInit>(body, ready, [&](auto& r) { return OperationInit(c, op, r); });
-    case WireOp::kSign:
-      return Serve<WireOp::kSign>(body, ready, [&](auto& r) { return OneShot(c, op, r); });
-    case WireOp::kDecryptInit:
-      return Serve<WireOp::kDecryptInit>(body, ready,
-                                         [&](auto& r) { return OperationInit(c, op, r); });
-    case WireOp::kDecrypt:
-      return Serve<WireOp::kDecrypt>(body, ready, [&](auto& r) { return OneShot(c, op, r); });
-    case WireOp::kEncryptInit:
-      return Serve<WireOp::kEncryptInit>(body, ready,
-                                         [&](auto& r) { return OperationInit(c, op, r); });
-    case WireOp::kEncrypt:
-      return Serve<WireOp::kEncrypt>(body, ready, [&](auto& r) { return OneShot(c, op, r); });
-    case WireOp::kGenerateRandom:
-      return Serve<WireOp::kGenerateRandom>(body, ready,
-                                            [&](auto& r) { return GenerateRandom(c, r); });
-    case WireOp::kHello:
-    case WireOp::kControl:
-      break;
+  Call call{c, op, body, lock, peerGone};
+  for (const CallRoute& route : kCallRoutes) {
+    if (static_cast<uint16_t>(route.op) == op) return route.serve(*this, call);
   }
   // The server passes only call operations; anything else is a status-only refusal.
   return p11wire::EncodeBody(p11wire::StatusReply{CKR_FUNCTION_NOT_SUPPORTED});

@@ -108,7 +108,42 @@ class Dispatcher {
   CK_RV ForgetSession(ClientState& client, CK_SESSION_HANDLE session);
   void CloseClientSessions(ClientState& client);
 
+  // One forwarded call being served, and the function that serves a call operation.
+  struct Call {
+    ClientState& client;
+    uint16_t op;
+    const std::vector<uint8_t>& body;
+    Lock& lock;
+    const std::function<bool()>& peerGone;
+  };
+  struct CallRoute {
+    p11wire::WireOp op;
+    std::vector<uint8_t> (*serve)(Dispatcher& d, Call& call);
+  };
+  // Decodes the request of `op`, runs `method` with what it takes of the call and the request,
+  // and encodes its reply (dispatcher.cpp).
+  template <p11wire::WireOp op, auto method>
+  static std::vector<uint8_t> Route(Dispatcher& d, Call& call);
+  static const CallRoute kCallRoutes[];
+
+  // One control command: its verb, the arguments it accepts, and what it does (a refusal sets
+  // *rv). Commands are tried in table order (control_commands.cpp).
+  struct ControlCommand {
+    const char* verb;
+    bool (*accepts)(const std::vector<std::string>& words);
+    std::string (*run)(Dispatcher& d, const std::vector<std::string>& words, uint32_t* rv);
+  };
+  static const ControlCommand kControlCommands[];
+
   std::string RunControl(const std::vector<std::string>& words, uint32_t* rv);
+  std::string AddFakeSlots(const std::vector<std::string>& words, uint32_t* rv);
+  std::string ForceInitialize(const std::vector<std::string>& words, uint32_t* rv);
+  std::string SlotCommand(const std::vector<std::string>& words, uint32_t* rv);
+  std::string CountOf(const std::string& name, uint32_t* rv);
+  std::string AllCounts();
+  std::string ListSlots();
+  std::string RefuseVendorClass(const std::string& word, uint32_t* rv);
+  std::string InitializeArguments();
   void ResetInjections();
 
   CK_FUNCTION_LIST* module_;

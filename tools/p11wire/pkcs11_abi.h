@@ -1,6 +1,7 @@
 #pragma once
-// The PKCS#11 definitions used on both sides of the forwarding link. On Windows the structures
-// follow the Windows convention (packed to 1 byte, CK_ULONG is a 32-bit unsigned long); natively
+// The PKCS#11 definitions, the one place the OASIS header is included: by the provider's
+// token-slot back end and by both sides of the forwarding link. On Windows the structures follow
+// the Windows convention (packed to 1 byte, CK_ULONG is a 32-bit unsigned long); natively
 // CK_ULONG is 64-bit. The wire carries neither layout: it uses the explicit widths of
 // wire_messages.h, and only the helper converts to the native layout.
 #if defined(_WIN32)

@@ -1,4 +1,4 @@
-#include "ui/verified_pin_cache.h"
+#include "provider/verified_pin_cache.h"
 
 #include <windows.h>
 
@@ -6,9 +6,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "ui/named_mutex.h"
+#include "platform/named_mutex.h"
 
-namespace nivra::ui {
+namespace nivra::provider {
 namespace {
 
 struct VerifiedPinList {
@@ -47,14 +47,14 @@ class ListGuard {
 
  private:
   std::lock_guard<std::mutex> local_;
-  SharedMutexLock shared_;
+  platform::NamedMutexLock shared_;
 };
 
 }  // namespace
 
 uint32_t CreateVerifiedPinMutex() {
   std::call_once(cacheMutexOnce, [] {
-    cacheMutex = OpenOrCreateSharedMutex(kVerifiedPinMutexName, &cacheMutexError);
+    cacheMutex = platform::OpenOrCreateSharedMutex(kVerifiedPinMutexName, &cacheMutexError);
   });
   return cacheMutex ? 0 : cacheMutexError;
 }
@@ -112,4 +112,4 @@ void ClearVerifiedPins() {
   memset(&ListHasVerifyed, 0, sizeof(ListHasVerifyed));
 }
 
-}  // namespace nivra::ui
+}  // namespace nivra::provider

@@ -1,7 +1,7 @@
 // The record of recently verified devices: one entry per name, 256 at most, forgetting moves the
 // later entries down, 30 seconds of freshness, names of at most 63 characters, and the locking
 // (an in-process lock and a named mutex every user can open) that serialises it.
-#include "ui/verified_pin_cache.h"
+#include "provider/verified_pin_cache.h"
 
 #include <windows.h>
 
@@ -15,9 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "ui/named_mutex.h"
-
-namespace nivra::ui {
+namespace nivra::provider {
 namespace {
 
 std::atomic<uint64_t> fakeNow{0};
@@ -187,4 +185,4 @@ TEST_F(VerifiedPinCache, OperationsWaitForAnyHolderOfTheNamedMutex) {
 }
 
 }  // namespace
-}  // namespace nivra::ui
+}  // namespace nivra::provider

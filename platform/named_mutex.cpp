@@ -1,6 +1,6 @@
-#include "ui/named_mutex.h"
+#include "platform/named_mutex.h"
 
-namespace nivra::ui {
+namespace nivra::platform {
 
 HANDLE OpenOrCreateSharedMutex(const wchar_t* name, uint32_t* error) {
   HANDLE mutex = OpenMutexW(MUTEX_ALL_ACCESS, TRUE, name);
@@ -15,14 +15,14 @@ HANDLE OpenOrCreateSharedMutex(const wchar_t* name, uint32_t* error) {
   return mutex;
 }
 
-SharedMutexLock::SharedMutexLock(HANDLE mutex) : mutex_(mutex), held_(false) {
+NamedMutexLock::NamedMutexLock(HANDLE mutex) : mutex_(mutex), held_(false) {
   if (!mutex_) return;
   DWORD wait = WaitForSingleObject(mutex_, INFINITE);
   held_ = wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED;
 }
 
-SharedMutexLock::~SharedMutexLock() {
+NamedMutexLock::~NamedMutexLock() {
   if (held_) ReleaseMutex(mutex_);
 }
 
-}  // namespace nivra::ui
+}  // namespace nivra::platform

@@ -1,15 +1,15 @@
-#include "ui/module_handle.h"
+#include "platform/module_handle.h"
 
-namespace nivra::ui {
+namespace nivra::platform {
 
-HMODULE UiResourceModule() {
+HMODULE CurrentModule() {
   HMODULE module = nullptr;
   if (!GetModuleHandleExW(
           GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-          reinterpret_cast<LPCWSTR>(&UiResourceModule), &module)) {
+          reinterpret_cast<LPCWSTR>(&CurrentModule), &module)) {
     return nullptr;
   }
   return module;
 }
 
-}  // namespace nivra::ui
+}  // namespace nivra::platform

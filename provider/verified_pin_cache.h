@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace nivra::ui {
+namespace nivra::provider {
 
 constexpr size_t kVerifiedPinCapacity = 256;
 constexpr size_t kVerifiedPinNameSize = 64;  // 63 characters and the NUL
@@ -27,7 +27,7 @@ struct VerifiedPinEntry {
   uint64_t verifiedAt;              // GetTickCount64() at verification, milliseconds
 };
 
-// Opens or creates the cache mutex (see OpenOrCreateSharedMutex). Only the first call in a
+// Opens or creates the cache mutex (see platform::OpenOrCreateSharedMutex). Only the first call in a
 // process does the work; later calls return its result. The module start-up calls it before
 // the PKCS#11 back end starts; the operations below call it too, so the order is not fatal.
 // Returns 0, or the Win32 error of the failed creation (the cache then runs on its in-process
@@ -58,4 +58,4 @@ bool IsPinVerifiedRecently(const char* name);
 void SetVerifiedPinClock(uint64_t (*clock)());
 void ClearVerifiedPins();
 
-}  // namespace nivra::ui
+}  // namespace nivra::provider
