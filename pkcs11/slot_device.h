@@ -57,6 +57,7 @@ class SlotDevice : public provider::CardDevice {
   uint32_t binding = kBindingModuleSlot;
   CK_OBJECT_HANDLE container = 0;   // the container object; 0 = not looked up
   CK_SESSION_HANDLE enumSession = 0;  // running container enumeration; 0 = none
+  uint32_t remoteEnumIndex = 0;       // published slots: index of the last enumerated container
   TokenKeyHandles signatureKeys{};
   TokenKeyHandles exchangeKeys{};
   PrivateResultCache cache{};
