@@ -314,6 +314,22 @@ std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* a
   return labels;
 }
 
+bool NativeCreateData(const std::string& label, const std::string& application) {
+  bool created = false;
+  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
+    CK_OBJECT_CLASS data = CKO_DATA;
+    CK_BBOOL yes = CK_TRUE, no = CK_FALSE;
+    CK_ATTRIBUTE object[] = {{CKA_CLASS, &data, sizeof data},
+                             {CKA_LABEL, (void*)label.data(), label.size()},
+                             {CKA_TOKEN, &yes, 1},
+                             {CKA_PRIVATE, &no, 1},
+                             {CKA_APPLICATION, (void*)application.data(), application.size()}};
+    CK_OBJECT_HANDLE handle;
+    created = p11->C_CreateObject(session, object, 5, &handle) == CKR_OK;
+  });
+  return created;
+}
+
 std::vector<uint8_t> NativePublicModulus(const std::string& id) {
   return ValueById(CKO_PUBLIC_KEY, id, CKA_MODULUS);
 }

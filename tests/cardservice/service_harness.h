@@ -94,6 +94,8 @@ uint32_t TokenSlot();
 CK_FUNCTION_LIST* NativeModule();
 // Labels of the objects of class `objectClass` (and CKA_APPLICATION `application` when given).
 std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application);
+// Creates a public CKO_DATA token object with that label and CKA_APPLICATION.
+bool NativeCreateData(const std::string& label, const std::string& application);
 // CKA_MODULUS of the public key with CKA_ID `id`; empty when there is none.
 std::vector<uint8_t> NativePublicModulus(const std::string& id);
 // CKA_VALUE of the X.509 certificate with CKA_ID `id`; empty when there is none.

@@ -5,6 +5,7 @@
 
 #include "crypto/pkcs1.h"
 #include "tests/cardservice/openssl_peer.h"
+#include "tools/p11helper/vendor_class.h"
 #include "tests/cardservice/service_fixture.h"
 
 namespace nivra::cardtest {
@@ -72,6 +73,26 @@ TEST_F(TokenTest, ContainersAreCreatedOpenedEnumeratedAndDeleted) {
   EXPECT_EQ(Call(*channel, frames::kCmdDeleteContainer, doomed).status, kNteBadKeyset);
   EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "beta").status, kNteBadKeyset);
   EXPECT_EQ(NativeLabels(CKO_DATA, kDataFormApplication).size(), 2u);
+}
+
+TEST_F(TokenTest, ContainerThatTheForwardingHelperStoredIsServed) {
+  // The provider's module path through the forwarding helper keeps a container on SoftHSM2 as a
+  // data object with the helper's class marker.
+  const std::string marker = p11helper::VendorMarker(0x80000001);
+  ASSERT_TRUE(NativeCreateData("via-helper", marker));
+  ASSERT_TRUE(NativeCreateData("not-a-container", "some other application"));
+  auto channel = Open();
+  CardResult opened = Text(*channel, frames::kCmdOpenContainer, "via-helper");
+  ASSERT_EQ(opened.status, 0u);
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "not-a-container").status, kNteBadKeyset);
+  frames::CardRequest first;
+  CardResult listed = Call(*channel, frames::kCmdEnumContainers, first);
+  EXPECT_EQ(listed.response.name, "via-helper");
+  first.index = 1;
+  EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers, first).status, kNoMoreItems);
+  Login(*channel);
+  frames::PublicKeyBlock key = Generate(*channel, opened.response.value, kAtSignature);
+  EXPECT_EQ(NativePublicModulus("via-helper_cspS"), key.modulus);
 }
 
 TEST_F(TokenTest, GeneratedKeySignsWhatOpenSslVerifiesAndDecryptsWhatOpenSslEncrypted) {
