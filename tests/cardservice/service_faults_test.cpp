@@ -46,9 +46,10 @@ TEST_F(FaultTest, BrokenClientsAreClosedWhileOthersGoOn) {
     EXPECT_TRUE(client.ClosedByService());
     EXPECT_EQ(Call(*bystander, frames::kCmdLoginState).response.value, 1u);
   }
-  // A channel that sends a slot frame which does not decrypt is closed too.
+  // A channel that sends a slot frame which cannot decrypt (not whole cipher blocks) is closed
+  // too.
   auto broken = Open();
-  frames::Bytes garbage = Frame(frames::kCmdSlotFrame, 0, frames::Bytes(16, 0xA5));
+  frames::Bytes garbage = Frame(frames::kCmdSlotFrame, 0, frames::Bytes(13, 0xA5));
   ASSERT_TRUE(broken->client().Send(garbage));
   EXPECT_TRUE(broken->client().ClosedByService());
 

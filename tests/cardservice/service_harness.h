@@ -28,6 +28,7 @@ class ServiceProcess {
   explicit ServiceProcess(const std::string& module = {});
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
   bool ok() const { return pid_ > 0; }
+  bool running() const { return pid_ > 0; }
   uint16_t port() const { return port_; }
   const std::string& directory() const { return directory_; }
   // Everything the service has logged so far.
