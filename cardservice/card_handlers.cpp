@@ -2,13 +2,6 @@
 
 namespace nivra::cardservice {
 
-namespace {
-constexpr WireStatus kStatusUnknownCard = 0x8010000D;     // SCARD_E_UNKNOWN_CARD
-constexpr WireStatus kStatusInvalidParameter = 87;        // ERROR_INVALID_PARAMETER
-constexpr WireStatus kStatusMoreData = 234;               // ERROR_MORE_DATA
-constexpr WireStatus kStatusCancelled = 0x8010006E;       // SCARD_W_CANCELLED_BY_USER
-}  // namespace
-
 // The same translation as the provider's module path, so that an application sees one answer
 // for one token condition whichever road it takes.
 WireStatus StatusFromCkr(CK_RV rv) {

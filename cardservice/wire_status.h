@@ -9,11 +9,11 @@ namespace nivra::cardservice {
 using WireStatus = uint32_t;
 
 constexpr WireStatus kStatusOk = 0;
+constexpr WireStatus kStatusInvalidParameter = 87;            // ERROR_INVALID_PARAMETER
+constexpr WireStatus kStatusMoreData = 234;                   // ERROR_MORE_DATA
 constexpr WireStatus kStatusNoMoreItems = 259;                // ERROR_NO_MORE_ITEMS
-constexpr WireStatus kStatusBadLen = 0x80090004;              // NTE_BAD_LEN
 constexpr WireStatus kStatusBadData = 0x80090005;             // NTE_BAD_DATA
 constexpr WireStatus kStatusBadFlags = 0x80090009;            // NTE_BAD_FLAGS
-constexpr WireStatus kStatusBadType = 0x8009000A;             // NTE_BAD_TYPE
 constexpr WireStatus kStatusNoKey = 0x8009000D;               // NTE_NO_KEY
 constexpr WireStatus kStatusNoMemory = 0x8009000E;            // NTE_NO_MEMORY
 constexpr WireStatus kStatusExists = 0x8009000F;              // NTE_EXISTS
@@ -23,8 +23,10 @@ constexpr WireStatus kStatusFail = 0x80090020;                // NTE_FAIL
 constexpr WireStatus kStatusNotSupported = 0x80090029;        // NTE_NOT_SUPPORTED
 constexpr WireStatus kStatusReaderUnavailable = 0x80100017;   // SCARD_E_READER_UNAVAILABLE
 constexpr WireStatus kStatusNoSmartcard = 0x8010000C;         // SCARD_E_NO_SMARTCARD
+constexpr WireStatus kStatusUnknownCard = 0x8010000D;         // SCARD_E_UNKNOWN_CARD
 constexpr WireStatus kStatusInvalidChv = 0x8010002A;          // SCARD_E_INVALID_CHV
 constexpr WireStatus kStatusChvBlocked = 0x8010006C;          // SCARD_W_CHV_BLOCKED
+constexpr WireStatus kStatusCancelled = 0x8010006E;           // SCARD_W_CANCELLED_BY_USER
 constexpr WireStatus kStatusNotAuthenticated = 0x8010006F;    // SCARD_W_CARD_NOT_AUTHENTICATED
 
 }  // namespace nivra::cardservice
