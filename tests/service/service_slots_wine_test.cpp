@@ -135,6 +135,10 @@ TEST_F(ServiceSlots, ContainerKeysAndCertificateThroughThePublishedSlot) {
   HCRYPTPROV prov = CreateWithPinDialog(name);
   ASSERT_NE(prov, 0u);
   EXPECT_GT(Handshakes(), handshakesBefore) << "the slot is reached through the card service";
+  // The trace shows commands in clear and bodies only encrypted: never the PIN with its NUL.
+  const std::string log = ReadAll("Z:" + ServiceDir() + "/service.log");
+  EXPECT_NE(log.find("< 0x7011 "), std::string::npos);
+  EXPECT_EQ(log.find(Hex(TextBytes(std::string("1234", 5)))), std::string::npos);
   EXPECT_EQ(NativeObjectsWith("label", Hex(TextBytes(name))).size(), 1u)
       << "the container is on the token in the provider's format";
 
