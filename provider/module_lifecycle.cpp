@@ -55,9 +55,11 @@ BOOL StartupHook(HINSTANCE module) {
   HMODULE pinned = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
                      reinterpret_cast<LPCWSTR>(&StartupHook), &pinned);
+  service::SetServiceMonitorStarted(true);
   HANDLE thread =
       CreateThread(nullptr, 0, service::ServiceMonitorThread, &Module().stopping, 0, nullptr);
   if (thread != nullptr) CloseHandle(thread);
+  else service::SetServiceMonitorStarted(false);
   srand(GetTickCount());
   return TRUE;
 }

@@ -47,6 +47,8 @@ Status ServiceLinkEnsure() {
   return SockConnect(&link.socket, settings.host, settings.port, settings.connectTimeoutMs);
 }
 
+void SetServiceMonitorStarted(bool started) { LinkState().monitorStarted = started; }
+
 DWORD WINAPI ServiceMonitorThread(LPVOID stopFlag) {
   auto* stop = static_cast<std::atomic<bool>*>(stopFlag);
   ServiceLinkState& link = LinkState();

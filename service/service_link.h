@@ -40,6 +40,11 @@ Status ServiceLinkEnsure();
 // Shuts the control connection down and forgets it.
 void ServiceLinkClose();
 
+// Marks the monitor as started (true) before its thread is created, so that a request that comes
+// before the thread first runs still waits for its first probe; false when the thread could not
+// be created.
+void SetServiceMonitorStarted(bool started);
+
 // The monitor thread: probes the service (ServiceLinkEnsure) every 20 s while it is up and every
 // 0.5 s while it is down, in steps of 100 ms that each check *stopFlag (a std::atomic<bool>);
 // clears the published slots when the service goes away.

@@ -7,9 +7,12 @@
 #include <wincrypt.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "pin_dialog_answer.h"
 #include "token_fixture.h"
@@ -214,6 +217,90 @@ TEST_F(ServiceSlots, ServiceThatGoesAwayAndComesBackGetsANewHandshake) {
   // The new channel logs in again with the PIN the context cached from the dialog.
   EXPECT_EQ(Sign(prov, TextBytes("after")).size(), 128u) << std::hex << lastError;
   EXPECT_EQ(Handshakes(), handshakesBefore + 1);
+}
+
+// Resident memory of the card service, in KiB (its /proc status, read through Wine's Z: drive).
+long ServiceRssKib() {
+  const std::string pid = ReadAll("Z:" + ServiceDir() + "/service.pid");
+  std::ifstream status("Z:/proc/" + pid.substr(0, pid.find_first_of("\r\n")) + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmRSS:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
+  }
+  return -1;
+}
+
+struct LoadClient {
+  HANDLE process = nullptr;
+  HANDLE output = nullptr;
+};
+
+LoadClient StartLoadClient(const std::string& container, int seconds) {
+  std::string command = "\"Z:" + std::string(NIVRA_LOAD_CHILD) + "\" \"" + container + "\" 1234 " +
+                        std::to_string(seconds);
+  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+  HANDLE readEnd = nullptr, writeEnd = nullptr;
+  CreatePipe(&readEnd, &writeEnd, &inherit, 0);
+  SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+  STARTUPINFOA startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = writeEnd;
+  startup.hStdError = writeEnd;
+  PROCESS_INFORMATION process{};
+  LoadClient client;
+  if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                     &process)) {
+    CloseHandle(process.hThread);
+    client.process = process.hProcess;
+  }
+  CloseHandle(writeEnd);
+  client.output = readEnd;
+  return client;
+}
+
+std::string Finish(LoadClient& client, DWORD timeoutMs) {
+  std::string output;
+  if (client.process == nullptr) return output;
+  EXPECT_EQ(WaitForSingleObject(client.process, timeoutMs), WAIT_OBJECT_0) << "a client hangs";
+  char buffer[512];
+  DWORD got = 0;
+  while (ReadFile(client.output, buffer, sizeof(buffer), &got, nullptr) && got > 0) {
+    output.append(buffer, got);
+  }
+  CloseHandle(client.output);
+  CloseHandle(client.process);
+  return output;
+}
+
+TEST_F(ServiceSlots, FourProcessesOfFourThreadsSignThroughOnePublishedSlot) {
+  constexpr int kClients = 4;
+  constexpr int kSeconds = 60;
+  constexpr DWORD kWarmUpMs = 10000;
+  constexpr long kRssGrowthKib = 4096;
+  HCRYPTPROV prov = CreateWithPinDialog(CaseName());
+  ASSERT_NE(prov, 0u);
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key)) << std::hex << GetLastError();
+  CryptDestroyKey(key);
+
+  std::vector<LoadClient> clients;
+  for (int i = 0; i < kClients; ++i) clients.push_back(StartLoadClient(OnToken(CaseName()), kSeconds));
+  Sleep(kWarmUpMs);
+  const long warm = ServiceRssKib();
+  ASSERT_GT(warm, 0);
+  for (LoadClient& client : clients) {
+    const std::string output = Finish(client, (kSeconds + 60) * 1000);
+    long signedCount = -1, verified = -1, failed = -1;
+    ASSERT_EQ(std::sscanf(output.c_str(), "signed %ld verified %ld failed %ld", &signedCount,
+                          &verified, &failed),
+              3)
+        << output;
+    EXPECT_GT(signedCount, 0);
+    EXPECT_EQ(verified, signedCount) << "every signature verifies";
+    EXPECT_EQ(failed, 0) << output;
+  }
+  EXPECT_LT(ServiceRssKib() - warm, kRssGrowthKib) << "the service's memory stays flat";
 }
 
 }  // namespace
