@@ -57,7 +57,13 @@ BOOL StartupHook(HINSTANCE module) {
                      reinterpret_cast<LPCWSTR>(&StartupHook), &pinned);
   HANDLE thread =
       CreateThread(nullptr, 0, service::ServiceMonitorThread, &Module().stopping, 0, nullptr);
-  if (thread != nullptr) CloseHandle(thread);
+  if (thread != nullptr) {
+    // The thread runs only once the loader has finished this attach, and the application's
+    // first acquire may come before that: it must wait for the first probe rather than take the
+    // module's slots and then meet the service's half-way through.
+    service::LinkState().monitorStarted = true;
+    CloseHandle(thread);
+  }
   srand(GetTickCount());
   return TRUE;
 }
