@@ -99,18 +99,20 @@ Bytes FreshSecret() {
   return secret;
 }
 
-ScriptedPeer::ScriptedPeer(Script script) : script_(std::move(script)) {
+ScriptedPeer::ScriptedPeer(Script script, uint16_t port) : script_(std::move(script)) {
   WSADATA data;
   WSAStartup(MAKEWORD(2, 2), &data);
   listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-  listen(listener_, 8);
-  int size = sizeof(address);
-  getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-  port_ = ntohs(address.sin_port);
+  address.sin_port = htons(port);
+  if (bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+      listen(listener_, 8) == 0) {
+    int size = sizeof(address);
+    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
+    port_ = ntohs(address.sin_port);
+  }
   thread_ = std::thread([this] { Serve(); });
 }
 

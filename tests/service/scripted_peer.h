@@ -51,7 +51,8 @@ Bytes FreshSecret();
 class ScriptedPeer {
  public:
   using Script = std::function<void(PeerConnection&)>;
-  explicit ScriptedPeer(Script script);
+  // Listens on `port`, or on a free one when it is 0; Port() is 0 when it cannot listen.
+  explicit ScriptedPeer(Script script, uint16_t port = 0);
   ~ScriptedPeer();
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;

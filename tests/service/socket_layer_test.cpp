@@ -29,7 +29,10 @@ struct Connected {
 };
 
 TEST(SocketLayer, ZeroLengthTransfersSucceedOnAClosedHandleButNoSocketIsRefused) {
+  WSADATA data;
+  ASSERT_EQ(WSAStartup(MAKEWORD(2, 2), &data), 0);
   SOCKET closed = socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_NE(closed, INVALID_SOCKET);
   closesocket(closed);
   uint8_t byte = 0;
   EXPECT_EQ(service::SockSendExact(&byte, 0, closed, 100), 0u);
