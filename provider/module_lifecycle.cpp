@@ -55,6 +55,9 @@ BOOL StartupHook(HINSTANCE module) {
   HMODULE pinned = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
                      reinterpret_cast<LPCWSTR>(&StartupHook), &pinned);
+  // The thread runs only once the loader has finished this attach, and the application's first
+  // acquire may come before that: it must wait for the first probe rather than take the module's
+  // slots and then meet the service's half-way through.
   service::SetServiceMonitorStarted(true);
   HANDLE thread =
       CreateThread(nullptr, 0, service::ServiceMonitorThread, &Module().stopping, 0, nullptr);
