@@ -4,6 +4,12 @@
 # and comes back. Writes <dir>/<action>.done when finished.
 # Usage: service_restart.sh stop|start <nivra-card-service> <dir> <softhsm2.conf>
 set -u
+# Started from a Windows program under Wine: close every descriptor that Wine handed down (its
+# server connection among them), so the service started here holds none of them.
+for fd in /proc/$$/fd/*; do
+  n=${fd##*/}
+  [ "$n" -gt 2 ] 2>/dev/null && eval "exec $n>&-" 2>/dev/null
+done
 action=$1
 service=$2
 dir=$3
