@@ -58,6 +58,7 @@ class SlotDevice : public provider::CardDevice {
   CK_OBJECT_HANDLE container = 0;   // the container object; 0 = not looked up
   CK_SESSION_HANDLE enumSession = 0;  // running container enumeration; 0 = none
   size_t enumForm = 0;                // the container form it searches (index in kContainerForms)
+  uint32_t remoteEnumIndex = 0;       // published slots: index of the last enumerated container
   TokenKeyHandles signatureKeys{};
   TokenKeyHandles exchangeKeys{};
   PrivateResultCache cache{};

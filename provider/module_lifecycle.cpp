@@ -1,4 +1,4 @@
-// Start-up and shut-down of the module: the watcher thread that follows the local card service,
+// Start-up and shut-down of the module: the monitor thread that follows the local card service,
 // the module mutex that serialises the module start-up of every acquire, and the live-context
 // count.
 #include <windows.h>
@@ -9,31 +9,13 @@
 #include "provider/module_state.h"
 #include "provider/verified_pin_cache.h"
 #include "platform/named_mutex.h"
-#include "service/service_monitor.h"
+#include "service/service_link.h"
 
 namespace nivra::provider {
 
 namespace {
 
 constexpr wchar_t kModuleMutexName[] = L"Global\\Global_Mutex_NivraPkcs11CSP_20190917_";
-constexpr DWORD kProbeStepMs = 100;
-constexpr int kStepsWhileUp = 200;   // 20 s between probes while the service answers
-constexpr int kStepsWhileDown = 5;   // 0.5 s while it does not
-
-enum ServiceState { kServiceUnknown = 0, kServiceDown = 1, kServiceUp = 2 };
-
-DWORD WINAPI WatcherThread(LPVOID) {
-  ModuleState& m = Module();
-  int state = kServiceUnknown;
-  while (!m.stopping.load()) {
-    int previous = state;
-    state = service::ServiceProbe() ? kServiceUp : kServiceDown;
-    int steps = state == kServiceUp ? kStepsWhileUp : kStepsWhileDown;
-    for (int i = 0; i < steps && !m.stopping.load(); ++i) Sleep(kProbeStepMs);
-    if (state != previous && state == kServiceDown) service::ServiceClearSlots();
-  }
-  return 0;
-}
 
 // Opened or created on first use and kept for the life of the module; null when both fail
 // (callers then run without it).
@@ -69,13 +51,19 @@ uint32_t DrawObjectBias() {
 
 BOOL StartupHook(HINSTANCE module) {
   Module();  // load tick taken now
-  // The loader frees the provider after every release, but the watcher thread runs our code and
+  // The loader frees the provider after every release, but the monitor thread runs our code and
   // is never joined: pin the module first so it stays mapped until the process ends.
   HMODULE pinned = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
                      reinterpret_cast<LPCWSTR>(&StartupHook), &pinned);
-  HANDLE thread = CreateThread(nullptr, 0, WatcherThread, nullptr, 0, nullptr);
+  // The thread runs only once the loader has finished this attach, and the application's first
+  // acquire may come before that: it must wait for the first probe rather than take the module's
+  // slots and then meet the service's half-way through.
+  service::SetServiceMonitorStarted(true);
+  HANDLE thread =
+      CreateThread(nullptr, 0, service::ServiceMonitorThread, &Module().stopping, 0, nullptr);
   if (thread != nullptr) CloseHandle(thread);
+  else service::SetServiceMonitorStarted(false);
   srand(GetTickCount());
   return TRUE;
 }

@@ -14,7 +14,7 @@ constexpr size_t kLastDeviceNameSize = 64;
 
 struct ModuleState {
   DWORD loadTick = GetTickCount();      // read by the service-availability wait
-  std::atomic<bool> stopping{false};    // set by the shut-down hook; ends the watcher thread
+  std::atomic<bool> stopping{false};    // set by the shut-down hook; ends the service monitor
   std::atomic<int32_t> liveContexts{0};
   std::atomic<uint32_t> objectBiasCounter{static_cast<uint32_t>(kHandleBias)};  // first draw
   std::atomic<bool> moduleAvailable{false};  // the PKCS#11 module is loaded

@@ -5,8 +5,10 @@
 #   2. give it a card: a fresh SoftHSM2 token (in build/demo, never the machine's token store),
 #      reached through the PKCS#11 forwarding module, named in HKLM\SOFTWARE\NivraCSP "LibPkcs11";
 #   3. run nivracli through CryptoAPI: create a container on the token, generate a key pair on
-#      it, sign a message, check the signature with Wine's own software provider, list the
-#      containers, delete the container.
+#      it, sign a message, check the signature with Wine's own software provider;
+#   4. start the local card service (nivra-card-service on 127.0.0.1:45451) on the same token:
+#      the provider now reaches the card through the slot that the service publishes; sign and
+#      check once more, then delete the container through the service.
 # Any arguments are passed to one nivracli run instead of the scripted steps.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -17,9 +19,11 @@ run="$win/wine-run.sh"
 export WINEPREFIX="$win/wineprefix" WINEDEBUG=-all
 demo="$build/demo"
 helper_pid=
+service_pid=
 . "$top/scripts/display.sh"
 cleanup() {
   [ -n "$helper_pid" ] && kill "$helper_pid" 2>/dev/null || true
+  [ -n "$service_pid" ] && kill "$service_pid" 2>/dev/null || true
   wineserver -k >/dev/null 2>&1 || true
   stop_private_display
 }
@@ -58,4 +62,15 @@ container="\\\\.\\$slot\\demo"
 cli --pin 1234 --new "$container"
 cli --pin 1234 --genkey --sign "Hello from a CryptoAPI application" "$container"
 cli --verify
+
+echo "== the local card service on the same token: nivra-card-service on 127.0.0.1:45451"
+"$build/native/cardservice/nivra-card-service" >"$demo/service.log" 2>&1 &
+service_pid=$!
+for _ in $(seq 100); do grep -q serving "$demo/service.log" && break; sleep 0.1; done
+sed 's/^/   /' "$demo/service.log"
+cli --pin 1234 --sign "Hello through the local card service" "$container"
+cli --verify
 cli --pin 1234 --delete "$container"
+echo "   the service served $(grep -c 'card command' "$demo/service.log") card commands on encrypted channels (log: $demo/service.log)"
+kill "$service_pid" && wait "$service_pid" 2>/dev/null || true
+service_pid=

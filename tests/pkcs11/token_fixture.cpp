@@ -55,9 +55,9 @@ void TokenTest::SetUp() {
   SetEnvironmentVariableA("NIVRA_P11_HELPER", p11wire::FormatWireAddress(helper).c_str());
   Control("reset");
   hive.SetModulePath(ProgramDirectory() + L"nivrap11fwd.dll");
-  hive.RegisterProvider(kProviderName, ProgramDirectory() + L"nivracsp.dll");
+  hive.RegisterProvider(kProviderName, ProgramDirectory() + ProviderDll());
   hive.Activate();
-  provider = LoadLibraryW((ProgramDirectory() + L"nivracsp.dll").c_str());
+  provider = LoadLibraryW((ProgramDirectory() + ProviderDll()).c_str());
   ASSERT_NE(provider, nullptr);
   ASSERT_TRUE(entries.Load(provider));
 }

@@ -46,6 +46,8 @@ class TokenTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
+  // The provider DLL the case loads and registers (a test build may serve other back ends).
+  virtual std::wstring ProviderDll() const { return L"nivracsp.dll"; }
 
   // Runs a helper control command; a refused one fails the test. Returns the answer.
   std::string Control(const std::string& command);

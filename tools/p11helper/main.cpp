@@ -9,9 +9,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <string>
 
+#include "cardservice/port_file.h"
 #include "tools/p11helper/dispatcher.h"
 #include "tools/p11helper/helper_server.h"
 #include "tools/p11helper/native_module.h"
@@ -45,18 +45,6 @@ int RunControl(int argc, char** argv) {
   if (!answer.empty()) std::printf("%s%s", answer.c_str(), answer.back() == '\n' ? "" : "\n");
   if (rv != 0) std::fprintf(stderr, "nivra-p11-helper: command refused (0x%x)\n", rv);
   return rv == 0 ? 0 : 1;
-}
-
-// Writes the port so that a script can find a helper that listens on a free port; the file
-// appears complete or not at all.
-bool WritePortFile(const std::string& path, uint16_t port) {
-  std::string temporary = path + ".tmp";
-  {
-    std::ofstream out(temporary, std::ios::trunc);
-    out << port << "\n";
-    if (!out) return false;
-  }
-  return std::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
 }  // namespace
@@ -101,7 +89,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   address.port = server.port();
-  if (!portFile.empty() && !WritePortFile(portFile, address.port)) {
+  if (!portFile.empty() && !cardservice::WritePortFile(portFile, address.port)) {
     std::fprintf(stderr, "nivra-p11-helper: cannot write %s\n", portFile.c_str());
     return 1;
   }

@@ -1,17 +1,17 @@
-#include "tools/p11helper/native_module.h"
+#include "cardservice/pkcs11_module.h"
 
 #include <dlfcn.h>
 
 #include <cstdio>
 
-namespace nivra::p11helper {
+namespace nivra::cardservice {
 
-NativeModule::~NativeModule() {
+Pkcs11Module::~Pkcs11Module() {
   if (functions_) functions_->C_Finalize(nullptr);
   if (library_) dlclose(library_);
 }
 
-bool NativeModule::Load(const std::string& path, std::string* error) {
+bool Pkcs11Module::Load(const std::string& path, std::string* error) {
   void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library) {
     const char* why = dlerror();
@@ -28,6 +28,10 @@ bool NativeModule::Load(const std::string& path, std::string* error) {
   CK_C_INITIALIZE_ARGS args = {};
   args.flags = CKF_OS_LOCKING_OK;
   CK_RV rv = list->C_Initialize(&args);
+  if (rv == CKR_CANT_LOCK) {
+    rv = list->C_Initialize(nullptr);
+    needsSerialising_ = true;
+  }
   if (rv != CKR_OK) {
     char text[96];
     std::snprintf(text, sizeof text, "C_Initialize of the module failed with 0x%lx", rv);
@@ -40,4 +44,4 @@ bool NativeModule::Load(const std::string& path, std::string* error) {
   return true;
 }
 
-}  // namespace nivra::p11helper
+}  // namespace nivra::cardservice

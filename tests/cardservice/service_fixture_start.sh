@@ -1,0 +1,44 @@
+#!/bin/sh
+# Starts nivra-card-service for tests of other trees (the provider under Wine): the service on a
+# free loopback port written to <dir>/port, its process id in <dir>/service.pid and its log (with
+# --trace) in <dir>/service.log. The token is a fresh SoftHSM2 token in <dir>/tokens, or, when a
+# SoftHSM2 configuration is given, that configuration's token store (so that the PKCS#11 helper
+# and the service serve one token).
+# Usage: service_fixture_start.sh <nivra-card-service> <dir> [softhsm2.conf to share]
+set -eu
+service=$1
+dir=$2
+shared=${3:-}
+if [ ! -x "$service" ]; then
+  echo "card service not built: $service (build the native tree first)" >&2
+  exit 1
+fi
+if [ -f "$dir/service.pid" ]; then
+  kill "$(cat "$dir/service.pid")" 2>/dev/null || true
+fi
+rm -rf "$dir"
+mkdir -p "$dir/tokens"
+if [ -n "$shared" ]; then
+  export SOFTHSM2_CONF="$shared"
+else
+  cat > "$dir/softhsm2.conf" <<CONF
+directories.tokendir = $dir/tokens
+objectstore.backend = file
+log.level = ERROR
+slots.removable = false
+CONF
+  export SOFTHSM2_CONF="$dir/softhsm2.conf"
+  softhsm2-util --init-token --free --label nivra-service --pin 1234 --so-pin 5678 >/dev/null
+fi
+# Detached from CTest's output pipes, or CTest would wait for the service to end.
+setsid "$service" --listen 127.0.0.1:0 --port-file "$dir/port" --trace </dev/null \
+  >"$dir/service.log" 2>&1 &
+echo $! > "$dir/service.pid"
+for _ in $(seq 100); do
+  [ -s "$dir/port" ] && exit 0
+  kill -0 "$(cat "$dir/service.pid")" 2>/dev/null || break
+  sleep 0.1
+done
+echo "card service did not start:" >&2
+cat "$dir/service.log" >&2
+exit 1

@@ -1,0 +1,341 @@
+#include "tests/cardservice/service_harness.h"
+
+#include <arpa/inet.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "crypto/rsa_interface.h"
+#include "service/frames/frame_cipher.h"
+#include "service/frames/frame_codes.h"
+#include "service/frames/session_handshake.h"
+
+namespace nivra::cardtest {
+
+namespace {
+
+constexpr char kSoftHsmModule[] = "/usr/lib/softhsm/libsofthsm2.so";
+constexpr int kReceiveTimeoutSeconds = 30;
+constexpr uint32_t kClientKeyBits = 1024;
+
+bool Run(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+}  // namespace
+
+ServiceProcess::ServiceProcess(const std::string& module) {
+  char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
+  if (!mkdtemp(pattern)) return;
+  directory_ = pattern;
+  mkdir((directory_ + "/tokens").c_str(), 0700);
+  std::ofstream(directory_ + "/softhsm2.conf")
+      << "directories.tokendir = " << directory_ << "/tokens\n"
+      << "objectstore.backend = file\nlog.level = ERROR\nslots.removable = false\n";
+  setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
+  if (!Run(std::string("softhsm2-util --init-token --free --label ") + kTokenLabel + " --pin " +
+           kUserPin + " --so-pin " + kSoPin + " >/dev/null")) {
+    return;
+  }
+  std::string portFile = directory_ + "/port", log = directory_ + "/service.log";
+  pid_t pid = fork();
+  if (pid == 0) {
+    int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(fd, 1);
+    dup2(fd, 2);
+    std::string served = module.empty() ? kSoftHsmModule : module;
+    execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
+          portFile.c_str(), "--module", served.c_str(), "--trace", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  pid_ = pid;
+  for (int i = 0; i < 200; ++i) {
+    std::ifstream in(portFile);
+    unsigned port = 0;
+    if (in >> port) {
+      port_ = static_cast<uint16_t>(port);
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  }
+  Terminate(5000);
+}
+
+ServiceProcess::~ServiceProcess() {
+  if (pid_ > 0) Terminate(10000);
+  if (!directory_.empty()) Run("rm -rf " + directory_);
+}
+
+std::string ServiceProcess::Log() const {
+  std::ifstream in(directory_ + "/service.log");
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+int ServiceProcess::Terminate(int waitMs) {
+  if (pid_ <= 0) return -1;
+  kill(pid_, SIGTERM);
+  for (int waited = 0; waited <= waitMs; waited += 10) {
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      return status;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+  return -1;
+}
+
+Client::Client(uint16_t port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return;
+  }
+  timeval timeout = {kReceiveTimeoutSeconds, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  fd_ = fd;
+}
+
+Client::~Client() {
+  if (fd_ >= 0) close(fd_);
+}
+
+bool Client::SendRaw(const uint8_t* data, size_t length) {
+  size_t sent = 0;
+  while (sent < length) {
+    ssize_t n = send(fd_, data + sent, length - sent, MSG_NOSIGNAL);
+    if (n <= 0) return false;
+    sent += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+bool Client::Receive(frames::Bytes* frame) {
+  frame->resize(frames::kHeaderSize);
+  size_t got = 0, wanted = frames::kHeaderSize;
+  while (got < wanted) {
+    ssize_t n = recv(fd_, frame->data() + got, wanted - got, 0);
+    if (n <= 0) return false;
+    got += static_cast<size_t>(n);
+    if (got == frames::kHeaderSize && wanted == frames::kHeaderSize) {
+      wanted += frames::ReadHeader(frame->data()).bodyLength;
+      frame->resize(wanted);
+    }
+  }
+  return true;
+}
+
+bool Client::ClosedByService() {
+  uint8_t byte;
+  return recv(fd_, &byte, 1, 0) == 0;
+}
+
+Channel::Channel(uint16_t port) : client_(port) {
+  if (!client_.connected()) return;
+  frames::RsaOwner key;
+  frames::Bytes hello, answer, secret;
+  if (crypto::RsaGenerateNewKey(key.Out(), kClientKeyBits, 65537) != crypto::kOk ||
+      frames::BuildHello(key.Get(), &hello) != frames::FrameStatus::kOk || !client_.Send(hello) ||
+      !client_.Receive(&answer)) {
+    return;
+  }
+  const uint8_t* encrypted = nullptr;
+  const size_t k = kClientKeyBits / 8;
+  ready_ = frames::ParseSessionKeyFrame(answer.data(), answer.size(), k, &encrypted) ==
+               frames::FrameStatus::kOk &&
+           frames::DecryptSessionSecret(key.Get(), encrypted, k, &secret) ==
+               frames::FrameStatus::kOk &&
+           frames::OpenSessionSecret(secret.data(), secret.size(), cipher_.Out()) ==
+               frames::FrameStatus::kOk;
+}
+
+frames::Bytes Channel::WrapRequest(uint32_t slotId, uint16_t command,
+                                   const frames::CardRequest& request) {
+  frames::Bytes inner, slotFrame, wrapped;
+  frames::BuildCardRequest(command, request, &inner);
+  frames::BuildSlotFrame(slotId, inner.data(), inner.size(), &slotFrame);
+  frames::WrapFrame(cipher_.Get(), slotFrame.data(), slotFrame.size(), &wrapped);
+  return wrapped;
+}
+
+CardResult Channel::Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
+                         size_t blockLength) {
+  CardResult result;
+  frames::Bytes answer, plain;
+  if (!client_.Send(WrapRequest(slotId, command, request)) || !client_.Receive(&answer) ||
+      frames::UnwrapFrame(cipher_.Get(), answer.data(), answer.size(), &plain) !=
+          frames::FrameStatus::kOk) {
+    return result;
+  }
+  frames::FrameHeader header = frames::ReadHeader(plain.data());
+  result.command = header.command;
+  result.status = header.status;
+  result.transported =
+      header.status != 0 ||
+      frames::ParseCardResponse(command, plain.data() + frames::kHeaderSize, header.bodyLength,
+                                blockLength, &result.response) == frames::FrameStatus::kOk;
+  return result;
+}
+
+std::vector<frames::SlotRecord> SlotList(uint16_t port) {
+  Client control(port);
+  frames::Bytes answer;
+  std::vector<frames::SlotRecord> records;
+  size_t announced = 0;
+  if (control.Send(frames::BuildSlotListRequest()) && control.Receive(&answer) &&
+      frames::ReadHeader(answer.data()).command == frames::kCmdSlotListAnswer) {
+    frames::ParseSlotListBody(answer.data() + frames::kHeaderSize,
+                              answer.size() - frames::kHeaderSize, 256, &announced, &records);
+  }
+  return records;
+}
+
+namespace {
+
+// The slot whose token carries kTokenLabel (0 when none does); the module must be initialised.
+CK_SLOT_ID FindTokenSlot(CK_FUNCTION_LIST* p11) {
+  CK_SLOT_ID slots[8];
+  CK_ULONG count = 8;
+  p11->C_GetSlotList(CK_TRUE, slots, &count);
+  for (CK_ULONG i = 0; i < count; ++i) {
+    CK_TOKEN_INFO info;
+    if (p11->C_GetTokenInfo(slots[i], &info) == CKR_OK &&
+        std::string(reinterpret_cast<char*>(info.label), sizeof info.label)
+                .rfind(kTokenLabel, 0) == 0) {
+      return slots[i];
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+uint32_t TokenSlot() {
+  CK_FUNCTION_LIST* p11 = NativeModule();
+  p11->C_Initialize(nullptr);
+  CK_SLOT_ID slot = FindTokenSlot(p11);
+  p11->C_Finalize(nullptr);
+  return static_cast<uint32_t>(slot);
+}
+
+CK_FUNCTION_LIST* NativeModule() {
+  static CK_FUNCTION_LIST* list = [] {
+    void* library = dlopen(kSoftHsmModule, RTLD_NOW | RTLD_LOCAL);
+    CK_FUNCTION_LIST* functions = nullptr;
+    auto get = reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"));
+    get(&functions);
+    return functions;
+  }();
+  return list;
+}
+
+namespace {
+
+// Runs `work` on a logged-in session of the scratch token, with the module initialised just for
+// it, so that it reads what the service wrote.
+template <class Work>
+void WithToken(Work work) {
+  CK_FUNCTION_LIST* p11 = NativeModule();
+  p11->C_Initialize(nullptr);
+  CK_SESSION_HANDLE session;
+  if (p11->C_OpenSession(FindTokenSlot(p11), CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                         &session) == CKR_OK) {
+    p11->C_Login(session, CKU_USER, (CK_UTF8CHAR_PTR)kUserPin, sizeof kUserPin - 1);
+    work(p11, session);
+    p11->C_CloseSession(session);
+  }
+  p11->C_Finalize(nullptr);
+}
+
+std::vector<uint8_t> Attribute(CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session,
+                               CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+  CK_ATTRIBUTE a = {type, nullptr, 0};
+  if (p11->C_GetAttributeValue(session, object, &a, 1) != CKR_OK) return {};
+  std::vector<uint8_t> value(a.ulValueLen);
+  a.pValue = value.data();
+  p11->C_GetAttributeValue(session, object, &a, 1);
+  return value;
+}
+
+std::vector<CK_OBJECT_HANDLE> Find(CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session,
+                                   std::vector<CK_ATTRIBUTE> query) {
+  std::vector<CK_OBJECT_HANDLE> out(64);
+  CK_ULONG count = 0;
+  p11->C_FindObjectsInit(session, query.data(), query.size());
+  p11->C_FindObjects(session, out.data(), out.size(), &count);
+  p11->C_FindObjectsFinal(session);
+  out.resize(count);
+  return out;
+}
+
+std::vector<uint8_t> ValueById(CK_OBJECT_CLASS objectClass, const std::string& id,
+                               CK_ATTRIBUTE_TYPE type) {
+  std::vector<uint8_t> value;
+  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
+    auto found = Find(p11, session, {{CKA_CLASS, &objectClass, sizeof objectClass},
+                                     {CKA_ID, (void*)id.data(), id.size()}});
+    if (found.size() == 1) value = Attribute(p11, session, found[0], type);
+  });
+  return value;
+}
+
+}  // namespace
+
+std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application) {
+  std::vector<std::string> labels;
+  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
+    std::vector<CK_ATTRIBUTE> query = {{CKA_CLASS, &objectClass, sizeof objectClass}};
+    if (application) query.push_back({CKA_APPLICATION, (void*)application, strlen(application)});
+    for (CK_OBJECT_HANDLE object : Find(p11, session, query)) {
+      auto label = Attribute(p11, session, object, CKA_LABEL);
+      labels.emplace_back(label.begin(), label.end());
+    }
+  });
+  return labels;
+}
+
+bool NativeCreateData(const std::string& label, const std::string& application) {
+  bool created = false;
+  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
+    CK_OBJECT_CLASS data = CKO_DATA;
+    CK_BBOOL yes = CK_TRUE, no = CK_FALSE;
+    CK_ATTRIBUTE object[] = {{CKA_CLASS, &data, sizeof data},
+                             {CKA_LABEL, (void*)label.data(), label.size()},
+                             {CKA_TOKEN, &yes, 1},
+                             {CKA_PRIVATE, &no, 1},
+                             {CKA_APPLICATION, (void*)application.data(), application.size()}};
+    CK_OBJECT_HANDLE handle;
+    created = p11->C_CreateObject(session, object, 5, &handle) == CKR_OK;
+  });
+  return created;
+}
+
+std::vector<uint8_t> NativePublicModulus(const std::string& id) {
+  return ValueById(CKO_PUBLIC_KEY, id, CKA_MODULUS);
+}
+
+std::vector<uint8_t> NativeCertificate(const std::string& id) {
+  return ValueById(CKO_CERTIFICATE, id, CKA_VALUE);
+}
+
+}  // namespace nivra::cardtest

@@ -1,0 +1,105 @@
+#pragma once
+// The card service as its clients meet it: the real nivra-card-service program started on a
+// fresh SoftHSM2 token of its own (SOFTHSM2_CONF points into a private directory, in this process
+// too, so that checks can read the token natively), and clients built from the shared frame codec
+// and the crypto library.
+#include <p11-kit/pkcs11.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "service/frames/card_commands.h"
+#include "service/frames/crypto_guards.h"
+#include "service/frames/frame_header.h"
+#include "service/frames/slot_records.h"
+
+namespace nivra::cardtest {
+
+inline constexpr char kTokenLabel[] = "nivra-service";
+inline constexpr char kUserPin[] = "pin-4711-nivra";
+inline constexpr char kSoPin[] = "so-8350-nivra";
+
+// A scratch token and a running service on a free port.
+class ServiceProcess {
+ public:
+  // Serves `module` (SoftHSM2 when empty). Check ok().
+  explicit ServiceProcess(const std::string& module = {});
+  ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
+  bool ok() const { return pid_ > 0; }
+  bool running() const { return pid_ > 0; }
+  uint16_t port() const { return port_; }
+  const std::string& directory() const { return directory_; }
+  // Everything the service has logged so far.
+  std::string Log() const;
+  // Sends SIGTERM and waits up to `waitMs`; the wait status, or -1 when it did not end.
+  int Terminate(int waitMs);
+
+ private:
+  std::string directory_;
+  pid_t pid_ = -1;
+  uint16_t port_ = 0;
+};
+
+// One TCP connection to the service.
+class Client {
+ public:
+  explicit Client(uint16_t port);  // check connected()
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  bool connected() const { return fd_ >= 0; }
+  bool SendRaw(const uint8_t* data, size_t length);
+  bool Send(const frames::Bytes& frame) { return SendRaw(frame.data(), frame.size()); }
+  // One whole frame; false when the connection closed or failed first.
+  bool Receive(frames::Bytes* frame);
+  // True when the service has closed this connection (it reads nothing more).
+  bool ClosedByService();
+
+ private:
+  int fd_ = -1;
+};
+
+// A card command's outcome as a client sees it.
+struct CardResult {
+  bool transported = false;  // false: the exchange itself failed
+  uint16_t command = 0;      // the answer's command
+  uint32_t status = 0;
+  frames::CardResponse response;
+};
+
+// An encrypted slot channel: the handshake made with a transport key of the client's own.
+class Channel {
+ public:
+  explicit Channel(uint16_t port);  // check ready()
+  bool ready() const { return ready_; }
+  Client& client() { return client_; }
+  CardResult Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
+                  size_t blockLength = 0);
+  // The wrapped request frame as it goes on the wire.
+  frames::Bytes WrapRequest(uint32_t slotId, uint16_t command, const frames::CardRequest& request);
+
+ private:
+  Client client_;
+  frames::CipherOwner cipher_;
+  bool ready_ = false;
+};
+
+// The slot list over a fresh control connection.
+std::vector<frames::SlotRecord> SlotList(uint16_t port);
+// The slot of the scratch token.
+uint32_t TokenSlot();
+
+// Native view of the token (SoftHSM2 loaded in the test process).
+CK_FUNCTION_LIST* NativeModule();
+// Labels of the objects of class `objectClass` (and CKA_APPLICATION `application` when given).
+std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application);
+// Creates a public CKO_DATA token object with that label and CKA_APPLICATION.
+bool NativeCreateData(const std::string& label, const std::string& application);
+// CKA_MODULUS of the public key with CKA_ID `id`; empty when there is none.
+std::vector<uint8_t> NativePublicModulus(const std::string& id);
+// CKA_VALUE of the X.509 certificate with CKA_ID `id`; empty when there is none.
+std::vector<uint8_t> NativeCertificate(const std::string& id);
+
+}  // namespace nivra::cardtest

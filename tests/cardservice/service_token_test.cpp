@@ -1,0 +1,271 @@
+// Card commands against the token: containers, key pairs, RSA results checked by OpenSSL,
+// certificates and PINs; what the service writes is read back natively, as the provider's module
+// path would find it.
+#include <algorithm>
+
+#include "crypto/pkcs1.h"
+#include "tests/cardservice/openssl_peer.h"
+#include "tools/p11helper/vendor_class.h"
+#include "tests/cardservice/service_fixture.h"
+
+namespace nivra::cardtest {
+namespace {
+
+using TokenTest = ServiceTest;
+
+constexpr char kDataFormApplication[] = "NivraCSP container";
+
+TEST_F(TokenTest, ContainersAreCreatedOpenedEnumeratedAndDeleted) {
+  auto channel = Open();
+  // Before any container exists.
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "").status, kNteBadKeyset);
+  frames::CardRequest first;
+  EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers, first).status, kNoMoreItems);
+
+  Login(*channel);
+  uint32_t alpha = Create(*channel, "alpha");
+  uint32_t beta = Create(*channel, "beta");
+  EXPECT_NE(alpha, beta);
+  EXPECT_EQ(Text(*channel, frames::kCmdCreateContainer, "alpha").status, kNteExists);
+  uint32_t defaultHandle = Create(*channel, "");
+
+  // SoftHSM2 refuses the vendor class: the containers are data objects that the provider's
+  // module path finds by their application marker.
+  auto labels = NativeLabels(CKO_DATA, kDataFormApplication);
+  std::sort(labels.begin(), labels.end());
+  EXPECT_EQ(labels, (std::vector<std::string>{"DefaultContainer", "alpha", "beta"}));
+
+  struct OpenCase {
+    std::string asked;
+    uint32_t status;
+    uint32_t handle;
+  };
+  for (const OpenCase& c : {OpenCase{"beta", 0, beta}, OpenCase{"gamma", kNteBadKeyset, 0},
+                            OpenCase{"DefaultContainer", 0, defaultHandle}}) {
+    SCOPED_TRACE(c.asked);
+    CardResult opened = Text(*channel, frames::kCmdOpenContainer, c.asked);
+    EXPECT_EQ(opened.status, c.status);
+    if (c.status == 0) {
+      EXPECT_EQ(opened.response.value, c.handle);
+      EXPECT_EQ(opened.response.name, c.asked);
+    }
+  }
+  // The empty name opens the first container and names it.
+  CardResult firstOpened = Text(*channel, frames::kCmdOpenContainer, "");
+  EXPECT_EQ(firstOpened.status, 0u);
+  EXPECT_FALSE(firstOpened.response.name.empty());
+
+  std::vector<std::string> listed;
+  for (uint32_t index = 0;; ++index) {
+    frames::CardRequest request;
+    request.index = index;
+    CardResult next = Call(*channel, frames::kCmdEnumContainers, request);
+    if (next.status == kNoMoreItems) break;
+    ASSERT_EQ(next.status, 0u);
+    listed.push_back(next.response.name);
+  }
+  std::sort(listed.begin(), listed.end());
+  EXPECT_EQ(listed, labels);
+
+  frames::CardRequest doomed;
+  doomed.handle = beta;
+  EXPECT_EQ(Call(*channel, frames::kCmdDeleteContainer, doomed).status, 0u);
+  EXPECT_EQ(Call(*channel, frames::kCmdDeleteContainer, doomed).status, kNteBadKeyset);
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "beta").status, kNteBadKeyset);
+  EXPECT_EQ(NativeLabels(CKO_DATA, kDataFormApplication).size(), 2u);
+}
+
+TEST_F(TokenTest, ContainerThatTheForwardingHelperStoredIsServed) {
+  // The provider's module path through the forwarding helper keeps a container on SoftHSM2 as a
+  // data object with the helper's class marker.
+  const std::string marker = p11helper::VendorMarker(0x80000001);
+  ASSERT_TRUE(NativeCreateData("via-helper", marker));
+  ASSERT_TRUE(NativeCreateData("not-a-container", "some other application"));
+  auto channel = Open();
+  CardResult opened = Text(*channel, frames::kCmdOpenContainer, "via-helper");
+  ASSERT_EQ(opened.status, 0u);
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "not-a-container").status, kNteBadKeyset);
+  frames::CardRequest first;
+  CardResult listed = Call(*channel, frames::kCmdEnumContainers, first);
+  EXPECT_EQ(listed.response.name, "via-helper");
+  first.index = 1;
+  EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers, first).status, kNoMoreItems);
+  Login(*channel);
+  frames::PublicKeyBlock key = Generate(*channel, opened.response.value, kAtSignature);
+  EXPECT_EQ(NativePublicModulus("via-helper_cspS"), key.modulus);
+}
+
+TEST_F(TokenTest, GeneratedKeySignsWhatOpenSslVerifiesAndDecryptsWhatOpenSslEncrypted) {
+  auto channel = Open();
+  Login(*channel);
+  uint32_t handle = Create(*channel, "keys");
+  for (uint32_t keySpec : {kAtSignature, kAtKeyExchange}) {
+    SCOPED_TRACE(keySpec);
+    frames::PublicKeyBlock key = Generate(*channel, handle, keySpec);
+    ASSERT_EQ(key.bits, 1024u);
+    EXPECT_EQ(key.exponent, 65537u);
+    // The pair carries the derived key ID of the provider's format.
+    std::string id = std::string("keys") + (keySpec == kAtSignature ? "_cspS" : "_cspX");
+    EXPECT_EQ(NativePublicModulus(id), key.modulus);
+    CardResult read = Call(*channel, frames::kCmdReadPublicKey, Key(handle, keySpec));
+    EXPECT_EQ(read.response.publicKey.modulus, key.modulus);
+
+    const size_t k = key.modulus.size();
+    const ByteString message = {'s', 'i', 'g', 'n', ' ', 'm', 'e'};
+    ByteString digestInfo = Sha256DigestInfo(message), block(k);
+    ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), k, digestInfo.data(), digestInfo.size()),
+              crypto::kOk);
+    CardResult signature = Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, keySpec, block), k);
+    ASSERT_EQ(signature.status, 0u);
+    EXPECT_TRUE(OpenSslVerifiesSha256(key.modulus, key.exponent, message, signature.response.data));
+
+    for (bool oaep : {false, true}) {
+      SCOPED_TRACE(oaep ? "OAEP" : "PKCS#1 v1.5");
+      const ByteString secret = {0x4e, 0x69, 0x76, 0x72, 0x61, 0x00, 0x01};
+      ByteString encrypted = OpenSslEncrypt(key.modulus, key.exponent, secret, oaep);
+      CardResult raw = Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, keySpec, encrypted), k);
+      ASSERT_EQ(raw.status, 0u);
+      ByteString recovered(k);
+      size_t length = k;
+      if (oaep) {
+        ASSERT_EQ(crypto::OaepDecode(recovered.data(), &length, raw.response.data.data(), k),
+                  crypto::kOk);
+        recovered.resize(length);
+      } else {
+        const uint8_t* data = nullptr;
+        ASSERT_EQ(crypto::Pkcs1UnpadType2(raw.response.data.data(), k, &data, &length), crypto::kOk);
+        recovered.assign(data, data + length);
+      }
+      EXPECT_EQ(recovered, secret);
+    }
+    // The public operation undoes the private one.
+    CardResult opened = Call(*channel, frames::kCmdPublicKeyOp,
+                             Key(handle, keySpec, signature.response.data), k);
+    EXPECT_EQ(opened.response.data, block);
+    // A block one byte short is refused.
+    block.pop_back();
+    EXPECT_EQ(Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, keySpec, block)).status,
+              kNteBadData);
+  }
+  // A container without keys.
+  uint32_t empty = Create(*channel, "empty");
+  EXPECT_EQ(Call(*channel, frames::kCmdReadPublicKey, Key(empty, kAtSignature)).status, kNteNoKey);
+}
+
+TEST_F(TokenTest, CertificateIsStoredUnderThePairsKeyIdAndReadBack) {
+  auto channel = Open();
+  Login(*channel);
+  uint32_t handle = Create(*channel, "certs");
+  EXPECT_EQ(Call(*channel, frames::kCmdReadCertificate, Key(handle, kAtKeyExchange)).status,
+            kNteNotFound);
+  ByteString first = SelfSignedCertificate("first"), second = SelfSignedCertificate("second");
+  for (const ByteString& certificate : {first, first, second}) {
+    ASSERT_EQ(Call(*channel, frames::kCmdWriteCertificate,
+                   Key(handle, kAtKeyExchange, certificate)).status, 0u);
+    CardResult read = Call(*channel, frames::kCmdReadCertificate, Key(handle, kAtKeyExchange));
+    EXPECT_EQ(read.response.data, certificate);
+    EXPECT_EQ(NativeCertificate("certs_cspX"), certificate);
+  }
+  EXPECT_EQ(NativeCertificate("certs_cspS"), ByteString());
+}
+
+TEST_F(TokenTest, ImportedKeyBlobSignsLikeTheKeyItCameFrom) {
+  // A PRIVATEKEYBLOB made from a key of the crypto library; the token's signature must verify
+  // under that key's public half.
+  frames::RsaOwner key;
+  ASSERT_EQ(crypto::RsaGenerateNewKey(key.Out(), 1024, 65537), crypto::kOk);
+  auto component = [&](uint32_t id, size_t length) {
+    ByteString value(length);
+    size_t size = length;
+    EXPECT_EQ(crypto::RsaHandleExportKey(key.Get(), id, value.data(), &size), crypto::kOk);
+    ByteString padded(length - size, 0);
+    padded.insert(padded.end(), value.begin(), value.begin() + size);
+    return ByteString(padded.rbegin(), padded.rend());  // little-endian
+  };
+  ByteString blob = {7, 2, 0, 0, 0x00, 0xA4, 0, 0, 'R', 'S', 'A', '2', 0, 4, 0, 0, 1, 0, 1, 0};
+  for (auto [id, length] : {std::pair{crypto::kRsaComponentN, 128}, {crypto::kRsaComponentP, 64},
+                            {crypto::kRsaComponentQ, 64}, {crypto::kRsaComponentDP, 64},
+                            {crypto::kRsaComponentDQ, 64}, {crypto::kRsaComponentQInv, 64},
+                            {crypto::kRsaComponentD, 128}}) {
+    ByteString part = component(id, length);
+    blob.insert(blob.end(), part.begin(), part.end());
+  }
+  auto channel = Open();
+  Login(*channel);
+  uint32_t handle = Create(*channel, "imported");
+  EXPECT_EQ(Call(*channel, frames::kCmdImportKeyPair, Key(handle, kAtSignature, {1, 2, 3})).status,
+            kNteBadData);
+  ASSERT_EQ(Call(*channel, frames::kCmdImportKeyPair, Key(handle, kAtSignature, blob)).status, 0u);
+  CardResult read = Call(*channel, frames::kCmdReadPublicKey, Key(handle, kAtSignature));
+  ByteString modulus = component(crypto::kRsaComponentN, 128);
+  EXPECT_EQ(read.response.publicKey.modulus, ByteString(modulus.rbegin(), modulus.rend()));
+  const ByteString message = {'i', 'm', 'p'};
+  ByteString digestInfo = Sha256DigestInfo(message), block(128);
+  crypto::Pkcs1PadType1(block.data(), 128, digestInfo.data(), digestInfo.size());
+  CardResult signature = Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, kAtSignature, block), 128);
+  EXPECT_TRUE(OpenSslVerifiesSha256(read.response.publicKey.modulus, 65537, message,
+                                    signature.response.data));
+}
+
+TEST_F(TokenTest, PinCommandsAnswerWithTheAgreedStatuses) {
+  auto channel = Open();
+  struct Step {
+    const char* what;
+    uint16_t command;
+    std::string text, text2;
+    uint32_t status, value;
+  };
+  const std::string newPin = "changed-pin-22";
+  const Step steps[] = {
+      {"wrong PIN", frames::kCmdVerifyPin, "nope", "", 0, 0},
+      {"change with a wrong old PIN", frames::kCmdChangePin, "nope", newPin, kScardInvalidChv, 0},
+      {"change", frames::kCmdChangePin, kUserPin, newPin, 0, 1},
+      {"old PIN after the change", frames::kCmdVerifyPin, kUserPin, "", 0, 0},
+      {"new PIN", frames::kCmdVerifyPin, newPin, "", 0, 1},
+      {"unblock with a wrong administrator PIN", frames::kCmdUnblockPin, "nope", kUserPin,
+       kScardInvalidChv, 0},
+      {"unblock", frames::kCmdUnblockPin, kSoPin, kUserPin, 0, 1},
+      {"PIN set by the unblock", frames::kCmdVerifyPin, kUserPin, "", 0, 1},
+      {"initialise with a wrong administrator PIN", frames::kCmdInitToken, "nope", kUserPin,
+       kScardInvalidChv, 0},
+      {"token without a PIN pad", frames::kCmdInitTokenPlain, "", "", kNteBadFlags, 0},
+  };
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.what);
+    CardResult result = Text(*channel, step.command, step.text, step.text2);
+    EXPECT_EQ(result.status, step.status);
+    if (step.status == 0 && step.command != frames::kCmdInitToken) {
+      EXPECT_EQ(result.response.value, step.value);
+    }
+  }
+}
+
+// A token whose user PIN locks after three wrong PINs.
+class LockingTokenTest : public ServiceTest {
+  std::string Module() override { return NIVRA_PIN_LOCK_MODULE; }
+};
+
+TEST_F(LockingTokenTest, WrongPinsAreRefusedUntilThePinIsBlocked) {
+  auto channel = Open();
+  for (int attempt = 1; attempt <= 3; ++attempt) {
+    CardResult refused = Text(*channel, frames::kCmdVerifyPin, "wrong");
+    EXPECT_EQ(refused.status, 0u) << attempt;
+    EXPECT_EQ(refused.response.value, 0u) << attempt;
+  }
+  EXPECT_EQ(Text(*channel, frames::kCmdVerifyPin, kUserPin).status, kScardChvBlocked);
+  EXPECT_EQ(Text(*channel, frames::kCmdUnblockPin, kSoPin, kUserPin).response.value, 1u);
+  EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);
+}
+
+TEST_F(TokenTest, InitialisingTheTokenEmptiesItAndSetsTheUserPin) {
+  auto channel = Open();
+  Login(*channel);
+  Create(*channel, "gone");
+  EXPECT_EQ(Text(*channel, frames::kCmdInitToken, kSoPin, "fresh-pin-9").status, 0u);
+  EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 0u);
+  EXPECT_EQ(Text(*channel, frames::kCmdVerifyPin, "fresh-pin-9").response.value, 1u);
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "gone").status, kNteBadKeyset);
+}
+
+}  // namespace
+}  // namespace nivra::cardtest
