@@ -164,11 +164,12 @@ TEST_F(TokenKeys, CertificateIsStoredWithASubjectAndReadBack) {
   HCRYPTKEY key = 0;
   ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key));
   ASSERT_TRUE(CryptSetKeyParam(key, KP_CERTIFICATE, cert.data(), 0)) << std::hex << GetLastError();
+  ASSERT_TRUE(CryptSetKeyParam(key, KP_CERTIFICATE, cert.data(), 0)) << "the same one again";
   std::vector<NativeObject> certs;
   for (const NativeObject& object : NativeObjectsWith("id", Hex(TextBytes(name + "_cspX")))) {
     if (object.at("class") == "1") certs.push_back(object);
   }
-  ASSERT_EQ(certs.size(), 1u);
+  ASSERT_EQ(certs.size(), 1u) << "written once";
   EXPECT_EQ(CountInModule(CKO_CERTIFICATE, name + "_cspX"), 1u)
       << "nothing is left of the refused first attempt";
   EXPECT_EQ(certs[0].at("certificate_type"), "0");

@@ -9,6 +9,9 @@ namespace {
 constexpr DWORD kWrongChv = 0x8010006B;
 constexpr DWORD kCancelled = 0x8010006E;
 constexpr DWORD kSilentContext = 0x80090022;
+constexpr DWORD kChvBlocked = 0x8010006C;
+constexpr DWORD kInvalidChv = 0x8010002A;
+constexpr DWORD kNteFail = 0x80090020;
 
 class TokenLogin : public TokenTest {
  protected:
@@ -44,10 +47,36 @@ class TokenLogin : public TokenTest {
   std::string name;
 };
 
-TEST_F(TokenLogin, WrongPinInTheDialogIsWrongChv) {
+// The token's answer to a refused PIN reaches the application as the path's own code: the PIN
+// typed in the dialog, or the PIN parameter. A locked PIN is injected by the helper (SoftHSM2
+// never locks one).
+TEST_F(TokenLogin, RefusedPinsAreReportedByTheirPath) {
   HCRYPTPROV prov = 0;
   ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
-  EXPECT_EQ(SignThroughDialog(prov, L"9999"), kWrongChv);
+  struct Case {
+    const char* forcedLogin;
+    const wchar_t* typed;  // null: the dialog is cancelled; "param": the PIN parameter is set
+    DWORD expected;
+  };
+  const wchar_t* const kParam = L"param";
+  const Case cases[] = {
+      {"off", L"9999", kWrongChv},        {"off", nullptr, kCancelled},
+      {"0xA4", L"1234", kChvBlocked},     {"0x5", L"1234", kNteFail},
+      {"off", kParam, kInvalidChv},       {"0xA4", kParam, kChvBlocked},
+  };
+  for (const Case& c : cases) {
+    Control(std::string("force-login ") + c.forcedLogin);
+    DWORD status = 0;
+    if (c.typed == kParam) {
+      std::string pin = c.forcedLogin == std::string("off") ? "9999" : kUserPin;
+      status = CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0)
+                   ? 0
+                   : GetLastError();
+    } else {
+      status = SignThroughDialog(prov, c.typed);
+    }
+    EXPECT_EQ(status, c.expected) << c.forcedLogin << " " << (c.typed ? "typed" : "cancelled");
+  }
 }
 
 TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
@@ -59,12 +88,6 @@ TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
   ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &other), 0u);
   EXPECT_EQ(Sign(other), 0u) << "the slot's session is logged in for every context";
   EXPECT_EQ(Control("count C_Login"), "0");
-}
-
-TEST_F(TokenLogin, CancelledDialogIsCancelledByUser) {
-  HCRYPTPROV prov = 0;
-  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
-  EXPECT_EQ(SignThroughDialog(prov, nullptr), kCancelled);
 }
 
 TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {

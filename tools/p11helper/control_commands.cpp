@@ -50,6 +50,7 @@ void Dispatcher::ResetInjections() {
   while (!state_.removedTokens.empty()) InsertToken(*state_.removedTokens.begin());
   state_.fakeSlots.clear();
   state_.forcedInitialize.reset();
+  state_.forcedLogin.reset();
   for (auto& [id, client] : state_.clients) client.pendingEvents.clear();
   state_.callCounts.fill(0);
   eventsChanged_.notify_all();
@@ -100,6 +101,16 @@ std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32
     if (!ParseControlNumber(words[1], &number) || number > 0xFFFFFFFFull)
       return refuse(CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
     state_.forcedInitialize = ForcedInitialize{static_cast<uint32_t>(number), args == 2};
+    return "ok";
+  }
+  if (verb == "force-login" && args == 1) {
+    if (words[1] == "off") {
+      state_.forcedLogin.reset();
+      return "ok";
+    }
+    if (!ParseControlNumber(words[1], &number) || number > 0xFFFFFFFFull)
+      return refuse(CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
+    state_.forcedLogin = static_cast<uint32_t>(number);
     return "ok";
   }
   if (verb == "remove" || verb == "insert" || verb == "event") {

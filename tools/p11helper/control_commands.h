@@ -8,6 +8,7 @@
 //   force-init <rv> [noinit]    C_Initialize answers <rv> from now on; noinit: without
 //                               initialising the caller
 //   force-init off              C_Initialize answers normally again
+//   force-login <rv>|off        C_Login answers <rv> without asking the module / normally again
 //   remove <slot>               takes the token out of a module slot
 //   insert <slot>               puts it back
 //   slot-events on|off          on: C_WaitForSlotEvent waits for injected events (removal,

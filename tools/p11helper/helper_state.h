@@ -50,6 +50,8 @@ struct HelperState {
   std::vector<FakeSlot> fakeSlots;
   std::set<CK_SLOT_ID> removedTokens;
   std::optional<ForcedInitialize> forcedInitialize;
+  // What C_Login answers instead of the module (a locked PIN, which SoftHSM2 never reports).
+  std::optional<uint32_t> forcedLogin;
   // Off: C_WaitForSlotEvent goes to the module (SoftHSM2 answers CKR_FUNCTION_NOT_SUPPORTED).
   // On: it waits for injected events.
   bool slotEvents = false;
