@@ -12,6 +12,7 @@ constexpr DWORD kSilentContext = 0x80090022;
 constexpr DWORD kChvBlocked = 0x8010006C;
 constexpr DWORD kInvalidChv = 0x8010002A;
 constexpr DWORD kNteFail = 0x80090020;
+constexpr DWORD kNteNotSupported = 0x80090029;
 
 class TokenLogin : public TokenTest {
  protected:
@@ -88,6 +89,33 @@ TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
   ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &other), 0u);
   EXPECT_EQ(Sign(other), 0u) << "the slot's session is logged in for every context";
   EXPECT_EQ(Control("count C_Login"), "0");
+}
+
+// A PIN the context has from the PIN parameter logs a logged-out token in without asking; when the
+// token refuses it, a silent context stops and an interactive one asks the user.
+TEST_F(TokenLogin, ContextPinIsTriedFirst) {
+  const struct {
+    const char* forcedLogin;
+    DWORD flags;
+    DWORD expected;
+  } cases[] = {{"off", CRYPT_SILENT, 0},
+               {"0xA0", CRYPT_SILENT, kSilentContext},
+               {"0x54", CRYPT_SILENT, kNteNotSupported},
+               {"0xA0", 0, kWrongChv}};  // asked: the typed PIN is refused too
+  for (const auto& c : cases) {
+    HCRYPTPROV prov = 0;
+    ASSERT_EQ(CryptAcquire(OnToken(name), c.flags, &prov), 0u);
+    std::string pin = kUserPin;
+    LogOut();
+    ASSERT_TRUE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0));
+    LogOut();
+    Control(std::string("force-login ") + c.forcedLogin);
+    Control("reset-counts");
+    const bool silent = c.flags == CRYPT_SILENT;
+    EXPECT_EQ(silent ? Sign(prov) : SignThroughDialog(prov, L"1234"), c.expected) << c.forcedLogin;
+    EXPECT_EQ(Control("count C_Login"), silent ? "1" : "2") << c.forcedLogin;
+    Control("force-login off");
+  }
 }
 
 TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {
