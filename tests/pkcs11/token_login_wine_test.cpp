@@ -13,6 +13,7 @@ constexpr DWORD kChvBlocked = 0x8010006C;
 constexpr DWORD kInvalidChv = 0x8010002A;
 constexpr DWORD kNteFail = 0x80090020;
 constexpr DWORD kNteNotSupported = 0x80090029;
+constexpr DWORD kChangePin = 22201;  // "old\0new\0"
 
 class TokenLogin : public TokenTest {
  protected:
@@ -116,6 +117,25 @@ TEST_F(TokenLogin, ContextPinIsTriedFirst) {
     EXPECT_EQ(Control("count C_Login"), silent ? "1" : "2") << c.forcedLogin;
     Control("force-login off");
   }
+}
+
+TEST_F(TokenLogin, ChangedPinReplacesTheOldOneAndLogsTheUserIn) {
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &prov), 0u);
+  auto change = [prov](const char (&pins)[10]) {
+    std::string pair(pins, sizeof pins);
+    return CryptSetProvParam(prov, kChangePin, reinterpret_cast<BYTE*>(pair.data()), 0)
+               ? 0
+               : GetLastError();
+  };
+  EXPECT_EQ(change("9999\0" "4321"), kInvalidChv) << "a wrong old PIN changes nothing";
+  ASSERT_EQ(change("1234\0" "4321"), 0u);
+  EXPECT_EQ(Sign(prov), 0u) << "the silent context is logged in with the new PIN";
+  LogOut();
+  std::string old = kUserPin;
+  EXPECT_FALSE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(old.data()), 0))
+      << "the old PIN no longer works";
+  EXPECT_EQ(change("4321\0" "1234"), 0u) << "and back, for the other cases";
 }
 
 TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {
