@@ -66,7 +66,12 @@ TEST_F(TokenSlots, WaitingMonitorFollowsRemovalAndInsertion) {
   ExpectMonitorFollows(prov);
 }
 
-TEST_F(TokenSlots, ProcessHoldingAContextStaysIdle) {
+// Whether the module cannot wait for slot events (the monitor polls) or its wait fails at once
+// (the monitor pauses before the next one), nothing spins.
+class IdleProcess : public TokenSlots, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(IdleProcess, ProcessHoldingAContextStaysIdle) {
+  Control(std::string("force-wait ") + GetParam());
   StartProvider();
   HCRYPTPROV prov = 0;
   ASSERT_EQ(CryptAcquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
@@ -86,6 +91,8 @@ TEST_F(TokenSlots, ProcessHoldingAContextStaysIdle) {
   // A resource bound, not a speed goal: well under 1% of one core while nothing happens.
   EXPECT_LT(cpuMs, wallMs * 0.01) << cpuMs << " ms of CPU in " << wallMs << " ms";
 }
+
+INSTANTIATE_TEST_SUITE_P(SlotWaits, IdleProcess, ::testing::Values("off", "0x30"));
 
 TEST_F(TokenSlots, TableRecordsTheFirst256SlotsAndFindsThemByName) {
   Control("slot-events on");  // the monitor waits, so every slot read below is the provider's

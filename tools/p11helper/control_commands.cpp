@@ -51,6 +51,7 @@ void Dispatcher::ResetInjections() {
   state_.fakeSlots.clear();
   state_.forcedInitialize.reset();
   state_.forcedLogin.reset();
+  state_.forcedWait.reset();
   for (auto& [id, client] : state_.clients) client.pendingEvents.clear();
   state_.callCounts.fill(0);
   eventsChanged_.notify_all();
@@ -103,14 +104,15 @@ std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32
     state_.forcedInitialize = ForcedInitialize{static_cast<uint32_t>(number), args == 2};
     return "ok";
   }
-  if (verb == "force-login" && args == 1) {
+  if ((verb == "force-login" || verb == "force-wait") && args == 1) {
+    std::optional<uint32_t>& forced = verb == "force-login" ? state_.forcedLogin : state_.forcedWait;
     if (words[1] == "off") {
-      state_.forcedLogin.reset();
+      forced.reset();
       return "ok";
     }
     if (!ParseControlNumber(words[1], &number) || number > 0xFFFFFFFFull)
       return refuse(CKR_ARGUMENTS_BAD, "return value must be a 32-bit number");
-    state_.forcedLogin = static_cast<uint32_t>(number);
+    forced = static_cast<uint32_t>(number);
     return "ok";
   }
   if (verb == "remove" || verb == "insert" || verb == "event") {

@@ -9,6 +9,8 @@
 //                               initialising the caller
 //   force-init off              C_Initialize answers normally again
 //   force-login <rv>|off        C_Login answers <rv> without asking the module / normally again
+//   force-wait <rv>|off         C_WaitForSlotEvent answers <rv> at once while slot events are off
+//                               / the module answers it again
 //   remove <slot>               takes the token out of a module slot
 //   insert <slot>               puts it back
 //   slot-events on|off          on: C_WaitForSlotEvent waits for injected events (removal,

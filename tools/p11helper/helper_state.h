@@ -52,6 +52,8 @@ struct HelperState {
   std::optional<ForcedInitialize> forcedInitialize;
   // What C_Login answers instead of the module (a locked PIN, which SoftHSM2 never reports).
   std::optional<uint32_t> forcedLogin;
+  // What C_WaitForSlotEvent answers at once while slot events are off (a failing wait).
+  std::optional<uint32_t> forcedWait;
   // Off: C_WaitForSlotEvent goes to the module (SoftHSM2 answers CKR_FUNCTION_NOT_SUPPORTED).
   // On: it waits for injected events.
   bool slotEvents = false;
