@@ -34,11 +34,12 @@ else()
 endif()
 include(GoogleTest)
 
-# nivra_add_gtest(name SOURCES... [LIBS ...] [LABELS ...] [RESOURCE_LOCK lock]): one test program
-# whose cases CTest lists one by one. Discovery runs before the tests, not at build time, so a
-# build never starts Wine. Cases of programs that share a RESOURCE_LOCK never run concurrently.
+# nivra_add_gtest(name SOURCES... [LIBS ...] [LABELS ...] [RESOURCE_LOCK lock] [RUN_SERIAL]): one
+# test program whose cases CTest lists one by one. Discovery runs before the tests, not at build
+# time, so a build never starts Wine. Cases of programs that share a RESOURCE_LOCK never run
+# concurrently; RUN_SERIAL cases run with no other test beside them.
 function(nivra_add_gtest name)
-  cmake_parse_arguments(T "" "RESOURCE_LOCK" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(T "RUN_SERIAL" "RESOURCE_LOCK" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_LIBS} nivra_gtest)
   # One label that joins the side and the groups ("wine-provider-loader"): the discovery step
@@ -51,7 +52,10 @@ function(nivra_add_gtest name)
   string(JOIN "-" label ${side} ${T_LABELS})
   set(extra)
   if(T_RESOURCE_LOCK)
-    set(extra RESOURCE_LOCK ${T_RESOURCE_LOCK})
+    list(APPEND extra RESOURCE_LOCK ${T_RESOURCE_LOCK})
+  endif()
+  if(T_RUN_SERIAL)
+    list(APPEND extra RUN_SERIAL TRUE)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
                        PROPERTIES LABELS ${label} TIMEOUT 300 ${extra})

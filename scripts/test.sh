@@ -26,7 +26,5 @@ wineserver -p
 # Start the session's own processes (services, device drivers) now, with no terminal: started by
 # the first test instead, they would keep that test's output pipe open for the whole run.
 wine cmd /c exit </dev/null >/dev/null 2>&1 || true
-# Wine integration tests that talk to the native PKCS#11 helper get one more try: a loaded machine
-# has been seen to leave the helper unreachable for a moment (printed as a failure, then rerun).
-ctest --test-dir "$build/win64" -j "$jobs" --output-on-failure --repeat until-pass:2 || status=1
+ctest --test-dir "$build/win64" -j "$jobs" --output-on-failure || status=1
 exit $status

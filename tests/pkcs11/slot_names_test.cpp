@@ -1,4 +1,5 @@
-// Slot names as the table records them from 64-byte blank-padded slot descriptions.
+// Slot names as the table records them from 64-byte blank-padded slot descriptions, and the
+// lookup of a record by name.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -19,24 +20,39 @@ std::string NameOf(const std::string& description) {
   return name;
 }
 
-TEST(SlotNames, TrailingBlanksAreCut) {
-  EXPECT_EQ(NameOf("SoftHSM slot ID 0x31b1d11c"), "SoftHSM slot ID 0x31b1d11c");
+TEST(SlotNames, OnlyTrailingBlanksAreCutAndAllSixtyFourBytesKept) {
+  const struct {
+    std::string description, name;
+  } cases[] = {
+      {"SoftHSM slot ID 0x31b1d11c", "SoftHSM slot ID 0x31b1d11c"},
+      {"  two  words", "  two  words"},
+      {"", ""},
+      {"slot\t", "slot\t"},
+      {std::string(64, 'a'), std::string(64, 'a')},
+      {std::string(63, 'b') + "c", std::string(63, 'b') + "c"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(NameOf(c.description), c.name) << c.description;
 }
 
-TEST(SlotNames, InnerAndLeadingBlanksStay) {
-  EXPECT_EQ(NameOf("  two  words"), "  two  words");
-}
-
-TEST(SlotNames, AllBlankDescriptionGivesEmptyName) { EXPECT_EQ(NameOf(""), ""); }
-
-TEST(SlotNames, FullDescriptionKeepsAll64BytesAndIsTerminated) {
-  const std::string full(64, 'a');
-  EXPECT_EQ(NameOf(full), full);
-  EXPECT_EQ(NameOf(std::string(63, 'b') + "c"), std::string(63, 'b') + "c");
-}
-
-TEST(SlotNames, OnlyBlanksAreCutNotOtherWhitespace) {
-  EXPECT_EQ(NameOf("slot\t"), "slot\t");
+// Without a module the refresh fails and the lookup walks the records as they are.
+TEST(SlotNames, LookupMatchesExactlyFirstRecordFirstAndLongNamesByTheirLast64) {
+  SlotTable& table = ModuleSlots();
+  const std::string full(64, 'n');
+  const char* names[] = {"", "Slot A", full.c_str(), ""};
+  for (uint32_t i = 0; i < 4; ++i) std::strcpy(table.records[i].name, names[i]);
+  table.count = 3;
+  const struct {
+    std::string name;
+    int record;  // -1: not found
+  } cases[] = {{"Slot A", 1},  {"slot A", -1}, {"Slot", -1},         {"", 0},
+               {full, 2},      {"prefix" + full, 2}, {full.substr(1), -1}};
+  for (const auto& c : cases) {
+    P11Slot* found = FindSlotByName(c.name.c_str());
+    EXPECT_EQ(found, c.record < 0 ? nullptr : &table.records[c.record]) << c.name;
+  }
+  std::strcpy(table.records[3].name, "beyond");
+  EXPECT_EQ(FindSlotByName("beyond"), nullptr) << "records beyond the count are not searched";
+  table.count = 0;
 }
 
 }  // namespace

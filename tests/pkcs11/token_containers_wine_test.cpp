@@ -9,6 +9,8 @@ namespace {
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kNoMoreItems = 259;
 constexpr DWORD kNteNoMemory = 0x8009000E;
+constexpr DWORD kNteExists = 0x8009000F;
+constexpr DWORD kNteBadFlags = 0x80090009;
 // How a container is stored on plain SoftHSM2, which refuses vendor classes: the provider's data
 // form, a public data object (class 0) marked by its application.
 const std::string kDataClass = "0";
@@ -49,6 +51,14 @@ class TokenContainers : public TokenTest {
       flags = 0;
     }
   }
+  DWORD NextContainerError(HCRYPTPROV prov, DWORD flags) {
+    char name[256] = {};
+    DWORD length = sizeof(name);
+    return entries.GetProvParam(prov, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name), &length,
+                                flags)
+               ? 0
+               : GetLastError();
+  }
   std::string ContainerParam(HCRYPTPROV prov) {
     char name[260] = {};
     DWORD length = sizeof(name);
@@ -76,10 +86,16 @@ TEST_F(TokenContainers, CreateOpenEnumerateAndDeleteAContainer) {
   ASSERT_NE(label + 1, listed.end());
   EXPECT_EQ(label[1], "  application:    'NivraCSP container'");
 
+  EXPECT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET), kNteExists);
+  EXPECT_EQ(StoredContainers(name).size(), 1u);
+
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire(OnToken(name), 0, &prov), 0u) << "opening finds it";
+  EXPECT_EQ(NextContainerError(prov, 0), kNteBadFlags) << "an enumeration starts with CRYPT_FIRST";
   const auto names = Enumerate(prov);
   EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << "enumeration lists it";
+  EXPECT_EQ(NextContainerError(prov, 0), kNteBadFlags) << "the enumeration has ended";
+  EXPECT_EQ(Enumerate(prov), names) << "and starts again";
 
   ASSERT_EQ(Acquire(OnToken(name), CRYPT_DELETEKEYSET), 0u);
   EXPECT_TRUE(StoredContainers(name).empty());

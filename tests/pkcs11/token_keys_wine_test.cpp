@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <thread>
 
 #include "software_keys.h"
 #include "token_fixture.h"
@@ -142,6 +144,39 @@ TEST_F(TokenKeys, VerifySignatureThroughTheTokensPublicKey) {
   CryptDestroyKey(key);
 }
 
+TEST_F(TokenKeys, ConcurrentSignaturesOnOneSlotAllVerify) {
+  HCRYPTKEY key = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key));
+  CryptDestroyKey(key);
+  HCRYPTPROV second = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &second), 0u);
+  int verified[2] = {0, 0};
+  auto worker = [&](int index) {
+    const HCRYPTPROV own = index == 0 ? prov : second;
+    HCRYPTKEY publicKey = 0;
+    if (!CryptGetUserKey(own, AT_SIGNATURE, &publicKey)) return;
+    for (int round = 0; round < 20; ++round) {
+      const Bytes message = TextBytes(std::to_string(index) + " signs round " + std::to_string(round));
+      HCRYPTHASH hash = 0;
+      BYTE signature[128];
+      DWORD length = sizeof(signature);
+      if (CryptCreateHash(own, CALG_SHA1, 0, 0, &hash) &&
+          CryptHashData(hash, message.data(), static_cast<DWORD>(message.size()), 0) &&
+          CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature, &length) &&
+          CryptVerifySignatureW(hash, signature, length, publicKey, nullptr, 0)) {
+        ++verified[index];
+      }
+      if (hash != 0) CryptDestroyHash(hash);
+    }
+    CryptDestroyKey(publicKey);
+  };
+  std::thread other(worker, 1);
+  worker(0);
+  other.join();
+  EXPECT_EQ(verified[0], 20);
+  EXPECT_EQ(verified[1], 20);
+}
+
 TEST_F(TokenKeys, MessagesEncryptedByOpenSslDecryptOnTheToken) {
   HCRYPTKEY key = 0;
   ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key));
@@ -192,11 +227,12 @@ TEST_F(TokenKeys, CertificateIsStoredWithASubjectAndReadBack) {
   HCRYPTKEY key = 0;
   ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key));
   ASSERT_TRUE(CryptSetKeyParam(key, KP_CERTIFICATE, cert.data(), 0)) << std::hex << GetLastError();
+  ASSERT_TRUE(CryptSetKeyParam(key, KP_CERTIFICATE, cert.data(), 0)) << "the same one again";
   std::vector<NativeObject> certs;
   for (const NativeObject& object : NativeObjectsWith("id", Hex(TextBytes(name + "_cspX")))) {
     if (object.at("class") == "1") certs.push_back(object);
   }
-  ASSERT_EQ(certs.size(), 1u);
+  ASSERT_EQ(certs.size(), 1u) << "written once";
   EXPECT_EQ(CountInModule(CKO_CERTIFICATE, name + "_cspX"), 1u)
       << "nothing is left of the refused first attempt";
   EXPECT_EQ(certs[0].at("certificate_type"), "0");

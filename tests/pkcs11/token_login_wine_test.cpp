@@ -9,7 +9,11 @@ namespace {
 constexpr DWORD kWrongChv = 0x8010006B;
 constexpr DWORD kCancelled = 0x8010006E;
 constexpr DWORD kSilentContext = 0x80090022;
+constexpr DWORD kChvBlocked = 0x8010006C;
 constexpr DWORD kInvalidChv = 0x8010002A;
+constexpr DWORD kNteFail = 0x80090020;
+constexpr DWORD kNteNotSupported = 0x80090029;
+constexpr DWORD kChangePin = 22201;  // "old\0new\0"
 constexpr DWORD kUnblockPin = 22202;
 
 class TokenLogin : public TokenTest {
@@ -64,10 +68,36 @@ class TokenLogin : public TokenTest {
   std::string name;
 };
 
-TEST_F(TokenLogin, WrongPinInTheDialogIsWrongChv) {
+// The token's answer to a refused PIN reaches the application as the path's own code: the PIN
+// typed in the dialog, or the PIN parameter. A locked PIN is injected by the helper (SoftHSM2
+// never locks one).
+TEST_F(TokenLogin, RefusedPinsAreReportedByTheirPath) {
   HCRYPTPROV prov = 0;
   ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
-  EXPECT_EQ(SignThroughDialog(prov, L"9999"), kWrongChv);
+  struct Case {
+    const char* forcedLogin;
+    const wchar_t* typed;  // null: the dialog is cancelled; "param": the PIN parameter is set
+    DWORD expected;
+  };
+  const wchar_t* const kParam = L"param";
+  const Case cases[] = {
+      {"off", L"9999", kWrongChv},        {"off", nullptr, kCancelled},
+      {"0xA4", L"1234", kChvBlocked},     {"0x5", L"1234", kNteFail},
+      {"off", kParam, kInvalidChv},       {"0xA4", kParam, kChvBlocked},
+  };
+  for (const Case& c : cases) {
+    Control(std::string("force-login ") + c.forcedLogin);
+    DWORD status = 0;
+    if (c.typed == kParam) {
+      std::string pin = c.forcedLogin == std::string("off") ? "9999" : kUserPin;
+      status = CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0)
+                   ? 0
+                   : GetLastError();
+    } else {
+      status = SignThroughDialog(prov, c.typed);
+    }
+    EXPECT_EQ(status, c.expected) << c.forcedLogin << " " << (c.typed ? "typed" : "cancelled");
+  }
 }
 
 TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
@@ -81,10 +111,50 @@ TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
   EXPECT_EQ(Control("count C_Login"), "0");
 }
 
-TEST_F(TokenLogin, CancelledDialogIsCancelledByUser) {
+// A PIN the context has from the PIN parameter logs a logged-out token in without asking; when the
+// token refuses it, a silent context stops and an interactive one asks the user.
+TEST_F(TokenLogin, ContextPinIsTriedFirst) {
+  const struct {
+    const char* forcedLogin;
+    DWORD flags;
+    DWORD expected;
+  } cases[] = {{"off", CRYPT_SILENT, 0},
+               {"0xA0", CRYPT_SILENT, kSilentContext},
+               {"0x54", CRYPT_SILENT, kNteNotSupported},
+               {"0xA0", 0, kWrongChv}};  // asked: the typed PIN is refused too
+  for (const auto& c : cases) {
+    HCRYPTPROV prov = 0;
+    ASSERT_EQ(CryptAcquire(OnToken(name), c.flags, &prov), 0u);
+    std::string pin = kUserPin;
+    LogOut();
+    ASSERT_TRUE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0));
+    LogOut();
+    Control(std::string("force-login ") + c.forcedLogin);
+    Control("reset-counts");
+    const bool silent = c.flags == CRYPT_SILENT;
+    EXPECT_EQ(silent ? Sign(prov) : SignThroughDialog(prov, L"1234"), c.expected) << c.forcedLogin;
+    EXPECT_EQ(Control("count C_Login"), silent ? "1" : "2") << c.forcedLogin;
+    Control("force-login off");
+  }
+}
+
+TEST_F(TokenLogin, ChangedPinReplacesTheOldOneAndLogsTheUserIn) {
   HCRYPTPROV prov = 0;
-  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
-  EXPECT_EQ(SignThroughDialog(prov, nullptr), kCancelled);
+  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &prov), 0u);
+  auto change = [prov](const char (&pins)[10]) {
+    std::string pair(pins, sizeof pins);
+    return CryptSetProvParam(prov, kChangePin, reinterpret_cast<BYTE*>(pair.data()), 0)
+               ? 0
+               : GetLastError();
+  };
+  EXPECT_EQ(change("9999\0" "4321"), kInvalidChv) << "a wrong old PIN changes nothing";
+  ASSERT_EQ(change("1234\0" "4321"), 0u);
+  EXPECT_EQ(Sign(prov), 0u) << "the silent context is logged in with the new PIN";
+  LogOut();
+  std::string old = kUserPin;
+  EXPECT_FALSE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(old.data()), 0))
+      << "the old PIN no longer works";
+  EXPECT_EQ(change("4321\0" "1234"), 0u) << "and back, for the other cases";
 }
 
 TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {

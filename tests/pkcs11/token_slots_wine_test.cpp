@@ -1,8 +1,9 @@
 // The slot table and its monitor against the helper's slots: token removal and insertion, an
-// idle process, many slots, blank descriptions, C_Initialize results, and missing or unloadable
-// modules.
+// idle process, many slots, blank descriptions, the start-up and its C_Initialize results, and
+// missing or unusable modules.
 #include <functional>
 #include <sstream>
+#include <vector>
 
 #include "token_fixture.h"
 
@@ -65,7 +66,12 @@ TEST_F(TokenSlots, WaitingMonitorFollowsRemovalAndInsertion) {
   ExpectMonitorFollows(prov);
 }
 
-TEST_F(TokenSlots, ProcessHoldingAContextStaysIdle) {
+// Whether the module cannot wait for slot events (the monitor polls) or its wait fails at once
+// (the monitor pauses before the next one), nothing spins.
+class IdleProcess : public TokenSlots, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(IdleProcess, ProcessHoldingAContextStaysIdle) {
+  Control(std::string("force-wait ") + GetParam());
   StartProvider();
   HCRYPTPROV prov = 0;
   ASSERT_EQ(CryptAcquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
@@ -86,31 +92,33 @@ TEST_F(TokenSlots, ProcessHoldingAContextStaysIdle) {
   EXPECT_LT(cpuMs, wallMs * 0.01) << cpuMs << " ms of CPU in " << wallMs << " ms";
 }
 
-TEST_F(TokenSlots, FortyExtraSlotsAreAllRecordedAndFoundByName) {
-  Control("slot-events on");  // the monitor waits, so every slot read below is the provider's
-  const std::string added = Control("add-slots 40");
-  std::istringstream ids(added);
-  std::string id;
-  std::string last;
-  int count = 0;
-  while (ids >> id) {
-    last = id;
-    ++count;
-  }
-  ASSERT_EQ(count, 40) << added;
-  StartProvider();
-  CK_SLOT_INFO info{};
-  const CK_SLOT_ID lastId = std::stoul(last, nullptr, 16);
-  ASSERT_EQ(Module()->C_GetSlotInfo(lastId, &info), CKR_OK);
-  std::string lastName(reinterpret_cast<char*>(info.slotDescription), 64);
-  lastName.erase(lastName.find_last_not_of(' ') + 1);
+INSTANTIATE_TEST_SUITE_P(SlotWaits, IdleProcess, ::testing::Values("off", "0x30"));
 
-  Control("reset-counts");
-  EXPECT_EQ(Acquire("\\\\.\\" + lastName + "\\c", 0), kNteBadKeyset) << "found, but holds no token";
-  EXPECT_EQ(Control("count C_GetSlotInfo"), "3") << "the empty slot is refreshed three times";
-  Control("reset-counts");
-  EXPECT_EQ(Acquire("\\\\.\\No such slot\\c", 0), kNteBadKeyset);
-  EXPECT_EQ(Control("count C_GetSlotInfo"), "0") << "an unknown name is not refreshed";
+TEST_F(TokenSlots, TableRecordsTheFirst256SlotsAndFindsThemByName) {
+  Control("slot-events on");  // the monitor waits, so every slot read below is the provider's
+  Control("add-slots 300");
+  StartProvider();
+  std::vector<CK_SLOT_ID> slots(400);
+  CK_ULONG count = static_cast<CK_ULONG>(slots.size());
+  ASSERT_EQ(Module()->C_GetSlotList(CK_FALSE, slots.data(), &count), CKR_OK);
+  ASSERT_GT(count, 257u);
+  auto nameOf = [&](CK_SLOT_ID id) {
+    CK_SLOT_INFO info{};
+    EXPECT_EQ(Module()->C_GetSlotInfo(id, &info), CKR_OK);
+    std::string name(reinterpret_cast<char*>(info.slotDescription), 64);
+    return name.erase(name.find_last_not_of(' ') + 1);
+  };
+  // The last recorded slot is found, holds no token, and is refreshed three times; the first
+  // slot beyond the table and an unknown name are not found, so nothing is refreshed.
+  const struct {
+    std::string name;
+    const char* infoCalls;
+  } cases[] = {{nameOf(slots[255]), "3"}, {nameOf(slots[256]), "0"}, {"No such slot", "0"}};
+  for (const auto& c : cases) {
+    Control("reset-counts");
+    EXPECT_EQ(Acquire("\\\\.\\" + c.name + "\\c", 0), kNteBadKeyset) << c.name;
+    EXPECT_EQ(Control("count C_GetSlotInfo"), c.infoCalls) << c.name;
+  }
 }
 
 TEST_F(TokenSlots, BlankSlotsDoNotHideTheTokenFromASilentSearch) {
@@ -166,6 +174,24 @@ TEST_F(TokenSlots, ModuleThatCannotLockIsInitialisedWithoutArguments) {
   EXPECT_EQ(Control("init-args"), "flags=0x2 no-mutexes\nnull\n");
 }
 
+TEST_F(TokenSlots, SecondAcquireStartsNothingAgain) {
+  StartProvider();
+  Control("reset-counts");
+  EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
+  EXPECT_EQ(Control("count C_Initialize"), "0");
+}
+
+TEST_F(TokenSlots, FailedFirstSlotListFinalisesAndALaterAcquireStartsAgain) {
+  // C_Initialize reports success without initialising: the slot list then fails.
+  Control("force-init 0 noinit");
+  EXPECT_EQ(Acquire("\\\\.\\any slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(Control("count C_GetSlotList"), "1");
+  EXPECT_EQ(Control("count C_Finalize"), "1");
+  Control("force-init off");
+  StartProvider();
+  EXPECT_EQ(Control("count C_Initialize"), "2");
+}
+
 class NoModuleValue : public TokenTest {
  protected:
   void SetUp() override {
@@ -182,19 +208,23 @@ TEST_F(NoModuleValue, TokenSlotStringsAreBadKeysetThroughExportsAndCryptoApi) {
   EXPECT_EQ(GetModuleHandleW(L"nivrap11fwd.dll"), nullptr);
 }
 
-class UnloadableModuleValue : public TokenTest {
+// A path that does not load, and a library without C_GetFunctionList.
+class UnusableModuleValue : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {
  protected:
   void SetUp() override {
     TokenTest::SetUp();
     if (HasFatalFailure()) return;
-    hive.SetModulePath(L"C:\\no\\such\\module.dll");
+    hive.SetModulePath(GetParam());
   }
 };
 
-TEST_F(UnloadableModuleValue, TokenSlotStringsAreBadKeyset) {
+TEST_P(UnusableModuleValue, TokenSlotStringsAreBadKeyset) {
   EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
   EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", CRYPT_SILENT), kNteBadKeyset);
 }
+
+INSTANTIATE_TEST_SUITE_P(Paths, UnusableModuleValue,
+                         ::testing::Values(L"C:\\no\\such\\module.dll", L"kernel32.dll"));
 
 }  // namespace
 }  // namespace nivra::p11test

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 
 #include "tools/p11helper/dispatcher.h"
@@ -54,6 +55,8 @@ void Dispatcher::ResetInjections() {
   state_.vendorClass = vendorClassAtStart_;
   state_.vendorClassRefusal.reset();
   state_.initializeArguments.clear();
+  state_.forcedLogin.reset();
+  state_.forcedWait.reset();
   for (auto& [id, client] : state_.clients) client.pendingEvents.clear();
   state_.callCounts.fill(0);
   eventsChanged_.notify_all();
@@ -160,15 +163,19 @@ std::string Dispatcher::ListSlots() {
   return lines;
 }
 
-std::string Dispatcher::RefuseVendorClass(const std::string& word, uint32_t* rv) {
+// "off" clears the injected value; otherwise one 32-bit number (non-zero unless allowZero).
+static std::string SetOrClear(std::optional<uint32_t>* value, const std::string& word, bool allowZero,
+                              uint32_t* rv) {
   if (word == "off") {
-    state_.vendorClassRefusal.reset();
+    value->reset();
     return "ok";
   }
   uint64_t number = 0;
-  if (!ParseControlNumber(word, &number) || number == 0 || number > 0xFFFFFFFFull)
-    return Refuse(rv, CKR_ARGUMENTS_BAD, "refusal must be a non-zero 32-bit number");
-  state_.vendorClassRefusal = static_cast<uint32_t>(number);
+  if (!ParseControlNumber(word, &number) || (number == 0 && !allowZero) || number > 0xFFFFFFFFull)
+    return Refuse(rv, CKR_ARGUMENTS_BAD,
+                  allowZero ? "return value must be a 32-bit number"
+                            : "refusal must be a non-zero 32-bit number");
+  *value = static_cast<uint32_t>(number);
   return "ok";
 }
 
@@ -207,7 +214,17 @@ const Dispatcher::ControlCommand Dispatcher::kControlCommands[] = {
        return "ok";
      }},
     {"refuse-vendor-class", OneArgument,
-     [](Dispatcher& d, const Words& w, uint32_t* rv) { return d.RefuseVendorClass(w[1], rv); }},
+     [](Dispatcher& d, const Words& w, uint32_t* rv) {
+       return SetOrClear(&d.state_.vendorClassRefusal, w[1], false, rv);
+     }},
+    {"force-login", OneArgument,
+     [](Dispatcher& d, const Words& w, uint32_t* rv) {
+       return SetOrClear(&d.state_.forcedLogin, w[1], true, rv);
+     }},
+    {"force-wait", OneArgument,
+     [](Dispatcher& d, const Words& w, uint32_t* rv) {
+       return SetOrClear(&d.state_.forcedWait, w[1], true, rv);
+     }},
     {"cant-lock", OnOrOff,
      [](Dispatcher& d, const Words& w, uint32_t*) -> std::string {
        d.state_.cantLock = w[1] == "on";

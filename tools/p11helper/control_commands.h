@@ -19,6 +19,9 @@
 //                               answers CKR_CANT_LOCK (as a module that cannot lock)
 //   init-args                   every C_Initialize argument since the start or the last reset,
 //                               one line each: "null", or "flags=0x.. mutexes|no-mutexes"
+//   force-login <rv>|off        C_Login answers <rv> without asking the module / normally again
+//   force-wait <rv>|off         C_WaitForSlotEvent answers <rv> at once while slot events are off
+//                               / the module answers it again
 //   remove <slot>               takes the token out of a module slot
 //   insert <slot>               puts it back
 //   slot-events on|off          on: C_WaitForSlotEvent waits for injected events (removal,

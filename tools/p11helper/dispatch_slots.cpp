@@ -158,6 +158,7 @@ TokenInfoReply Dispatcher::GetTokenInfo(const SlotRequest& request) {
 HandleReply Dispatcher::WaitForSlotEvent(Lock& lock, ClientState& client,
                                          const WaitForSlotEventRequest& request,
                                          const std::function<bool()>& peerGone) {
+  if (!state_.slotEvents && state_.forcedWait) return StatusOnly<HandleReply>(*state_.forcedWait);
   if (!state_.slotEvents) {
     // The module's own answer. It may block, so the other clients must not wait for it.
     CK_SLOT_ID slot = 0;

@@ -142,7 +142,6 @@ class Dispatcher {
   std::string CountOf(const std::string& name, uint32_t* rv);
   std::string AllCounts();
   std::string ListSlots();
-  std::string RefuseVendorClass(const std::string& word, uint32_t* rv);
   std::string InitializeArguments();
   void ResetInjections();
 

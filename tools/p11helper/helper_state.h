@@ -55,6 +55,10 @@ struct HelperState {
   bool cantLock = false;
   // Every C_Initialize argument received since the start or the last reset, oldest first.
   std::vector<p11wire::InitializeRequest> initializeArguments;
+  // What C_Login answers instead of the module (a locked PIN, which SoftHSM2 never reports).
+  std::optional<uint32_t> forcedLogin;
+  // What C_WaitForSlotEvent answers at once while slot events are off (a failing wait).
+  std::optional<uint32_t> forcedWait;
   // Off: C_WaitForSlotEvent goes to the module (SoftHSM2 answers CKR_FUNCTION_NOT_SUPPORTED).
   // On: it waits for injected events.
   bool slotEvents = false;
