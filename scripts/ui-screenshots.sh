@@ -34,7 +34,7 @@ if [ ! -f "$WINEPREFIX/.nivra-screenshot-settings" ]; then
   done
   fonts="$WINEPREFIX/drive_c/windows/Fonts"
   mkdir -p "$fonts"
-  [ -f /usr/share/wine/fonts/marlett.ttf ] && cp /usr/share/wine/fonts/marlett.ttf "$fonts/"
+  cp /usr/share/wine/fonts/marlett.ttf "$fonts/"  # fonts-wine; without it the close box shows "r"
   wineserver -w
   touch "$WINEPREFIX/.nivra-screenshot-settings"
 fi
