@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/module_handle.h"
+#include "ui/dialog_box.h"
 #include "ui/resource.h"
 #include "ui/ui_text.h"
 
@@ -70,27 +70,14 @@ void CSelectCard::UseLanguage(uint16_t langId) { langId_ = langId; }
 INT_PTR CSelectCard::DoModal() {
   INITCOMMONCONTROLSEX controls{sizeof(controls), ICC_LISTVIEW_CLASSES};
   InitCommonControlsEx(&controls);
-  HWND owner = parent_ && IsWindow(parent_) ? parent_ : nullptr;
-  INT_PTR outcome = DialogBoxParamW(platform::CurrentModule(), MAKEINTRESOURCEW(IDD_SELECT_CARD),
-                                    owner, &CSelectCard::DialogProc, reinterpret_cast<LPARAM>(this));
-  hwnd_ = nullptr;
+  INT_PTR outcome = RunDialogBox(IDD_SELECT_CARD, parent_, this);
   list_ = nullptr;
-  return outcome == 0 ? -1 : outcome;
+  return outcome;
 }
 
-INT_PTR CALLBACK CSelectCard::DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (message == WM_INITDIALOG) SetWindowLongPtrW(hwnd, DWLP_USER, lParam);
-  auto* self = reinterpret_cast<CSelectCard*>(GetWindowLongPtrW(hwnd, DWLP_USER));
-  if (!self) return FALSE;
-  if (message == WM_INITDIALOG) self->hwnd_ = hwnd;
-  // Nothing may unwind into the window manager's dispatch loop.
-  try {
-    return self->HandleMessage(message, wParam, lParam);
-  } catch (const std::bad_alloc&) {
-    self->error = provider::kNteNoMemory;
-    PostMessageW(hwnd, WM_CLOSE, 0, 0);
-    return TRUE;
-  }
+void CSelectCard::OnOutOfMemory() {
+  error = provider::kNteNoMemory;
+  PostMessageW(hwnd_, WM_CLOSE, 0, 0);
 }
 
 INT_PTR CSelectCard::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
@@ -134,8 +121,7 @@ BOOL CSelectCard::OnInitDialog() {
   try {
     AddRows();
   } catch (const std::bad_alloc&) {
-    error = provider::kNteNoMemory;
-    PostMessageW(hwnd_, WM_CLOSE, 0, 0);
+    OnOutOfMemory();
     return TRUE;
   }
   if (!SetPrompt()) {

@@ -58,8 +58,13 @@ class CSelectCard {
   provider::Status error = provider::kOk;
 
  private:
-  static INT_PTR CALLBACK DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
+  template <class Dialog>
+  friend INT_PTR CALLBACK RouteDialogMessage(HWND, UINT, WPARAM, LPARAM);
+  template <class Dialog>
+  friend INT_PTR RunDialogBox(int, HWND, Dialog*);
   INT_PTR HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
+  // Listing ran out of memory: records NTE_NO_MEMORY and closes.
+  void OnOutOfMemory();
   BOOL OnInitDialog();
   void AddColumns();
   void AddRows();

@@ -37,8 +37,12 @@ class CVerifyPIN {
   uint32_t retries;
 
  private:
-  static INT_PTR CALLBACK DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
+  template <class Dialog>
+  friend INT_PTR CALLBACK RouteDialogMessage(HWND, UINT, WPARAM, LPARAM);
+  template <class Dialog>
+  friend INT_PTR RunDialogBox(int, HWND, Dialog*);
   INT_PTR HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
+  void OnOutOfMemory();
 
   // Moves the members into the controls (save false) or the controls into the members (save
   // true). Saving fails, with the PIN field focused and selected, when the field holds more than
