@@ -1,37 +1,39 @@
-// Runs a dialog template of the provider's module modally and routes its messages to the C++
-// object that stands for it. The object provides HandleMessage(message, wParam, lParam),
-// OnOutOfMemory() and a member hwnd_, set when the dialog starts; it befriends RouteDialogMessage.
+// The base of the provider's modal dialogs: runs a dialog template of the provider's module on
+// the calling thread and routes its messages. OK goes to OnOK; Cancel (Escape, the close box,
+// WM_CLOSE) ends the dialog with IDCANCEL; an allocation failure inside a handler goes to
+// OnOutOfMemory, since nothing may unwind into the window manager's dispatch loop.
 #pragma once
 #include <windows.h>
 
-#include <new>
-
 namespace nivra::ui {
 
-template <class Dialog>
-INT_PTR CALLBACK RouteDialogMessage(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (message == WM_INITDIALOG) SetWindowLongPtrW(hwnd, DWLP_USER, lParam);
-  auto* self = reinterpret_cast<Dialog*>(GetWindowLongPtrW(hwnd, DWLP_USER));
-  if (!self) return FALSE;
-  if (message == WM_INITDIALOG) self->hwnd_ = hwnd;
-  // Nothing may unwind into the window manager's dispatch loop.
-  try {
-    return self->HandleMessage(message, wParam, lParam);
-  } catch (const std::bad_alloc&) {
-    self->OnOutOfMemory();
-    return TRUE;
-  }
-}
+class ModalDialog {
+ public:
+  ModalDialog(const ModalDialog&) = delete;
+  ModalDialog& operator=(const ModalDialog&) = delete;
 
-// DialogBoxParamW on the template `resource` of the provider's module, owned by parent when that
-// is still a window. The dialog's result, or -1 when it could not be created.
-INT_PTR RunDialogBox(int resource, HWND parent, DLGPROC procedure, void* dialog);
+ protected:
+  // parent: the owner window, used while it is still a window; nullptr for none.
+  explicit ModalDialog(HWND parent) : parent_(parent) {}
+  virtual ~ModalDialog() = default;
 
-template <class Dialog>
-INT_PTR RunDialogBox(int resource, HWND parent, Dialog* dialog) {
-  INT_PTR outcome = RunDialogBox(resource, parent, &RouteDialogMessage<Dialog>, dialog);
-  dialog->hwnd_ = nullptr;
-  return outcome;
-}
+  // DialogBoxParamW on template `resource`: the dialog's result, or -1 when it could not be
+  // created.
+  INT_PTR RunModal(int resource);
+
+  virtual BOOL OnInitDialog() = 0;
+  virtual void OnOK() = 0;
+  virtual void OnDestroy() {}
+  virtual void OnOutOfMemory() = 0;
+  // Messages other than the ones above; FALSE lets the dialog manager handle them.
+  virtual INT_PTR OnOtherMessage(UINT message, WPARAM wParam, LPARAM lParam) { return FALSE; }
+
+  HWND parent_;
+  HWND hwnd_ = nullptr;  // while the dialog runs
+
+ private:
+  static INT_PTR CALLBACK DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
+  INT_PTR HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
+};
 
 }  // namespace nivra::ui

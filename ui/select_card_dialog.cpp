@@ -59,10 +59,10 @@ void SetCell(HWND list, int row, int column, const std::wstring& text) {
 
 CSelectCard::CSelectCard(uint32_t operation, std::string containerName,
                          std::vector<SelectCardSource> sources, HWND parent)
-    : operation_(operation),
+    : ModalDialog(parent),
+      operation_(operation),
       containerName_(std::move(containerName)),
       sources_(std::move(sources)),
-      parent_(parent),
       langId_(GetSystemDefaultLangID()) {}
 
 void CSelectCard::UseLanguage(uint16_t langId) { langId_ = langId; }
@@ -70,7 +70,7 @@ void CSelectCard::UseLanguage(uint16_t langId) { langId_ = langId; }
 INT_PTR CSelectCard::DoModal() {
   INITCOMMONCONTROLSEX controls{sizeof(controls), ICC_LISTVIEW_CLASSES};
   InitCommonControlsEx(&controls);
-  INT_PTR outcome = RunDialogBox(IDD_SELECT_CARD, parent_, this);
+  INT_PTR outcome = RunModal(IDD_SELECT_CARD);
   list_ = nullptr;
   return outcome;
 }
@@ -80,10 +80,8 @@ void CSelectCard::OnOutOfMemory() {
   PostMessageW(hwnd_, WM_CLOSE, 0, 0);
 }
 
-INT_PTR CSelectCard::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
+INT_PTR CSelectCard::OnOtherMessage(UINT message, WPARAM wParam, LPARAM lParam) {
   switch (message) {
-    case WM_INITDIALOG:
-      return OnInitDialog();
     case WM_NOTIFY: {
       const auto* header = reinterpret_cast<const NMHDR*>(lParam);
       if (header->idFrom == IDC_SELECT_CARD_LIST && header->code == LVN_ITEMCHANGED) {
@@ -95,19 +93,6 @@ INT_PTR CSelectCard::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case WM_TIMER:
       if (wParam == kPresenceTimer) OnTimer();
       return TRUE;
-    case WM_COMMAND:
-      switch (LOWORD(wParam)) {
-        case IDOK:  // the button, or Enter
-          OnOK();
-          return TRUE;
-        case IDCANCEL:  // Escape, the close box and WM_CLOSE arrive here
-          EndDialog(hwnd_, IDCANCEL);
-          return TRUE;
-      }
-      return FALSE;
-    case WM_DESTROY:
-      OnDestroy();
-      return FALSE;
   }
   return FALSE;
 }

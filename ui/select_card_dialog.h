@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "provider/card_backend.h"
+#include "ui/dialog_box.h"
 
 namespace nivra::ui {
 
@@ -35,14 +36,12 @@ struct SelectCardSource {
   const provider::CardDeviceList* devices;  // may be null
 };
 
-class CSelectCard {
+class CSelectCard : public ModalDialog {
  public:
   // containerName: UTF-8, empty for the default container. sources: listed in the given order
   // (Bluetooth cards, service cards, then token slots). parent: the owner window or nullptr.
   CSelectCard(uint32_t operation, std::string containerName, std::vector<SelectCardSource> sources,
               HWND parent = nullptr);
-  CSelectCard(const CSelectCard&) = delete;
-  CSelectCard& operator=(const CSelectCard&) = delete;
 
   // Shows the texts of this language identifier instead of the system default's.
   void UseLanguage(uint16_t langId);
@@ -58,21 +57,17 @@ class CSelectCard {
   provider::Status error = provider::kOk;
 
  private:
-  template <class Dialog>
-  friend INT_PTR CALLBACK RouteDialogMessage(HWND, UINT, WPARAM, LPARAM);
-  template <class Dialog>
-  friend INT_PTR RunDialogBox(int, HWND, Dialog*);
-  INT_PTR HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
   // Listing ran out of memory: records NTE_NO_MEMORY and closes.
-  void OnOutOfMemory();
-  BOOL OnInitDialog();
+  void OnOutOfMemory() override;
+  INT_PTR OnOtherMessage(UINT message, WPARAM wParam, LPARAM lParam) override;
+  BOOL OnInitDialog() override;
   void AddColumns();
   void AddRows();
   bool SetPrompt();
   void OnSelectionChange();
   void OnTimer();
-  void OnOK();
-  void OnDestroy();
+  void OnOK() override;
+  void OnDestroy() override;
   std::wstring Remark(SelectCardRow& row);
   bool RowSuits(const SelectCardRow& row) const;
   int SelectedRow() const;
@@ -82,8 +77,6 @@ class CSelectCard {
   std::string containerName_;
   std::vector<SelectCardSource> sources_;
   std::vector<SelectCardRow> rows_;
-  HWND parent_;
-  HWND hwnd_ = nullptr;
   HWND list_ = nullptr;
   uint16_t langId_;
 };

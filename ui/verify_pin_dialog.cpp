@@ -24,36 +24,15 @@ std::wstring ControlText(HWND control) {
 }  // namespace
 
 CVerifyPIN::CVerifyPIN(uint32_t retries, HWND parent)
-    : retries(retries), parent_(parent), langId_(GetSystemDefaultLangID()) {}
+    : ModalDialog(parent), retries(retries), langId_(GetSystemDefaultLangID()) {}
 
 CVerifyPIN::~CVerifyPIN() { Wipe(pin); }
 
 void CVerifyPIN::UseLanguage(uint16_t langId) { langId_ = langId; }
 
-INT_PTR CVerifyPIN::DoModal() { return RunDialogBox(IDD_VERIFY_PIN, parent_, this); }
+INT_PTR CVerifyPIN::DoModal() { return RunModal(IDD_VERIFY_PIN); }
 
 void CVerifyPIN::OnOutOfMemory() { EndDialog(hwnd_, -1); }
-
-INT_PTR CVerifyPIN::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
-  switch (message) {
-    case WM_INITDIALOG:
-      return OnInitDialog();
-    case WM_COMMAND:
-      switch (LOWORD(wParam)) {
-        case IDOK:
-          OnOK();
-          return TRUE;
-        case IDCANCEL:  // Escape and the close box arrive here
-          EndDialog(hwnd_, IDCANCEL);
-          return TRUE;
-      }
-      return FALSE;
-    case WM_DESTROY:
-      OnDestroy();
-      return FALSE;
-  }
-  return FALSE;
-}
 
 const wchar_t* CVerifyPIN::Text(uint32_t number) const { return UiTextForLangId(langId_, number); }
 
