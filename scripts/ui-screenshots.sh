@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Saves screenshots of the PIN dialog and the card selection dialog in English, Simplified Chinese
-# and Traditional Chinese to docs/screenshots/{pin,select-card}-dialog-{en,zh-CN,zh-TW}.png. Each language is the system language of its
-# run (LANG and LC_ALL), so the pictures show what the provider picks by itself.
+# and Traditional Chinese to docs/screenshots/{pin,select-card}-dialog-{en,zh-CN,zh-TW}.png. Each
+# language is the system language of its run (LANG and LC_ALL), so the pictures show what the
+# provider picks by itself.
 #
 # Needs a built Windows tree (scripts/build.sh, or NIVRA_BUILD_DIR for another build directory).
 # Runs in a Wine prefix of its own next to the test prefix, on a private X server sized to the

@@ -25,7 +25,8 @@ enum SelectOperation : uint32_t {
 // One list row, owned by the dialog.
 struct SelectCardRow {
   uint32_t kind;  // provider::BackendKind
-  std::unique_ptr<provider::CardDevice> device;  // the dialog's copy; kind 1 refers to the live slot
+  // The dialog's copy of the device; for kind 1 it refers to the live slot record.
+  std::unique_ptr<provider::CardDevice> device;
   bool present;         // the presence last shown (kind 1 follows the live slot record)
   bool containerFound;  // the card holds the container
 };

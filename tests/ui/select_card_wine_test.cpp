@@ -7,6 +7,7 @@
 #include <commctrl.h>
 #include <wincrypt.h>
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -194,7 +195,8 @@ TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
   ASSERT_NE(chosen, 0u);
   DWORD slot = 0;
   DWORD length = sizeof(slot);
-  ASSERT_TRUE(entries.GetProvParam(chosen, kSlotIdParam, reinterpret_cast<BYTE*>(&slot), &length, 0));
+  ASSERT_TRUE(
+      entries.GetProvParam(chosen, kSlotIdParam, reinterpret_cast<BYTE*>(&slot), &length, 0));
   EXPECT_EQ(slot, slotId);
   BYTE pin[64];
   length = sizeof(pin);
@@ -205,6 +207,47 @@ TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
   ASSERT_EQ(Acquire(OnToken(name), 0, &named), 0u);
   EXPECT_FALSE(entries.GetProvParam(named, kPromptPinParam, pin, &length, AT_SIGNATURE));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_TYPE));
+}
+
+// The loader's table as CryptoAPI hands it to a provider; FuncReturnhWnd gives the window the
+// application named with PP_CLIENT_HWND.
+struct LoaderTable {
+  DWORD Version;
+  FARPROC FuncVerifyImage;
+  void(WINAPI* FuncReturnhWnd)(HWND*);
+  DWORD dwProvType;
+  BYTE* pbContextInfo;
+  DWORD cbContextInfo;
+  LPSTR pszProvName;
+};
+std::atomic<HWND> g_applicationWindow{nullptr};
+void WINAPI ReturnApplicationWindow(HWND* window) { *window = g_applicationWindow.load(); }
+
+// The application's window (made on the acquiring thread, as an application does) owns the
+// dialog and is disabled while it runs.
+TEST_F(SelectCardTest, ApplicationWindowOwnsTheDialog) {
+  const std::string name = CaseName();
+  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  ModalDialogRun acquire([&]() -> INT_PTR {
+    g_applicationWindow = CreateWindowExW(0, L"STATIC", L"application",
+                                          WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200, 100,
+                                          nullptr, nullptr, nullptr, nullptr);
+    LoaderTable table{3, nullptr, &ReturnApplicationWindow, PROV_RSA_FULL, nullptr, 0, nullptr};
+    std::string container = name;
+    HCRYPTPROV prov = 0;
+    BOOL ok = entries.AcquireContext(&prov, container.data(), 0, &table);
+    DWORD error = ok ? 0 : GetLastError();
+    DestroyWindow(g_applicationWindow.load());
+    return static_cast<INT_PTR>(error);
+  });
+  HWND shown = acquire.WaitForDialog(kDialogTitle);
+  ASSERT_NE(shown, nullptr);
+  EXPECT_EQ(GetWindow(shown, GW_OWNER), g_applicationWindow.load());
+  EXPECT_FALSE(IsWindowEnabled(g_applicationWindow.load()));
+  PostMessageW(shown, WM_CLOSE, 0, 0);
+  INT_PTR result = 0;
+  ASSERT_TRUE(acquire.Finished(&result));
+  EXPECT_EQ(static_cast<DWORD>(result), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // A token taken out while the dialog is open: its row says so soon after.
