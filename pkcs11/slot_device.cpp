@@ -2,6 +2,10 @@
 
 #include <windows.h>
 
+#include <cstring>
+
+#include "pkcs11/token_containers.h"
+
 namespace nivra::pkcs11 {
 
 SlotDevice::~SlotDevice() { SecureZeroMemory(&cache, sizeof(cache)); }
@@ -16,6 +20,18 @@ std::unique_ptr<provider::CardDevice> SlotDevice::Clone() const {
 std::string SlotDevice::Name() const { return slot != nullptr ? std::string(slot->name) : std::string(); }
 
 uint32_t SlotDevice::SlotIdentifier() const { return slot != nullptr ? slot->slotId : 0; }
+
+bool SlotDevice::Present() const { return slot != nullptr && slot->tokenPresent != 0; }
+
+provider::Status SlotDevice::ProbeContainer(std::string* name) const {
+  if (slot == nullptr) return provider::kNteBadKeyset;
+  char label[kContainerLabelCapacity + 1] = {};
+  if (name->size() > kContainerLabelCapacity) return provider::kNteBadKeyset;
+  std::memcpy(label, name->data(), name->size());
+  provider::Status status = FindContainer(*slot, label, kContainerLabelCapacity, nullptr);
+  if (status == provider::kOk) name->assign(label);
+  return status;
+}
 
 TokenKeyHandles& SlotDevice::Keys(uint32_t keySpec) {
   return keySpec == AT_SIGNATURE ? signatureKeys : exchangeKeys;

@@ -47,6 +47,8 @@ class SlotDevice : public provider::CardDevice {
   std::unique_ptr<provider::CardDevice> Clone() const override;
   std::string Name() const override;
   uint32_t SlotIdentifier() const override;
+  bool Present() const override;
+  provider::Status ProbeContainer(std::string* name) const override;
 
   // The key handles for a key specification: AT_SIGNATURE has its own, every other value uses
   // the exchange pair's.

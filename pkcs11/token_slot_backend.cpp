@@ -79,6 +79,14 @@ class TokenSlotBackend : public CardBackend {
     return kOk;
   }
 
+  Status SelectionDevices(CardDeviceList& out) override {
+    SlotTable& table = ActiveSlotTable();
+    for (uint32_t i = 0; i < table.count && i < kMaxSlots; ++i) {
+      out.push_back(std::make_unique<SlotDevice>(&table.records[i]));
+    }
+    return kOk;
+  }
+
   Status ConnectByName(ProviderContext& ctx, const std::string& name) override {
     P11Slot* slot = FindSlotByName(name.c_str());
     if (slot == nullptr) return provider::kNteBadKeyset;

@@ -50,10 +50,21 @@ void SetProviderIdentity(ProviderContext& ctx, const VTableProvStruc* vtable) {
   }
 }
 
+// The window an application named with PP_CLIENT_HWND before acquiring (CryptSetProvParam on no
+// context keeps it in the loader, which hands it out through the vtable): it owns the dialogs
+// this acquire shows, until the context is given a window of its own.
+void TakeLoaderWindow(ProviderContext& ctx, const VTableProvStruc* vtable) {
+  if (vtable == nullptr || vtable->FuncReturnhWnd == nullptr) return;
+  HWND window = nullptr;
+  reinterpret_cast<void(WINAPI*)(HWND*)>(vtable->FuncReturnhWnd)(&window);
+  if (window != nullptr && IsWindow(window)) ctx.clientWindow = reinterpret_cast<uintptr_t>(window);
+}
+
 // Everything after the context exists; on failure the caller releases it.
 Status BuildContext(ProviderContext& ctx, const char* container, DWORD flags,
                     const VTableProvStruc* vtable) {
   SetProviderIdentity(ctx, vtable);
+  TakeLoaderWindow(ctx, vtable);
   Status status = CheckFlags(flags, ctx);
   if (status != kOk) return status;
   ContainerString parsed;

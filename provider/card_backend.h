@@ -55,6 +55,13 @@ class CardDevice {
   virtual std::string Name() const = 0;
   // Kind 1: the slot's 32-bit identifier (answered by provider parameter 0x80000001).
   virtual uint32_t SlotIdentifier() const { return 0; }
+  // Whether the card is there now. Kind 1 reads the live slot record, which the slot monitor
+  // keeps current, without the slot-table mutex; the card selection dialog polls it.
+  virtual bool Present() const { return true; }
+  // Whether the card holds the container `*name` (empty: any container, whose label is then
+  // written to *name): 0 when it does, NTE_BAD_KEYSET when it does not, another status when the
+  // card could not be asked.
+  virtual Status ProbeContainer(std::string* name) const { return kNteBadKeyset; }
 
   ProviderContext* owner = nullptr;  // back-pointer to the context holding this copy
   uint32_t selectionValue = 0;       // kind 1: the value the card selection dialog delivered
@@ -76,6 +83,10 @@ class CardBackend {
   virtual HANDLE DeviceTableMutex() { return nullptr; }
   // Appends the devices that could serve a container (kind 1: slots showing a token, refreshed).
   virtual Status EnumDevices(ProviderContext& ctx, CardDeviceList& out) { return kOk; }
+  // Appends one device per entry the card selection dialog lists, present or not (kind 1: every
+  // record of the slot table). Called with DeviceTableMutex held. Kinds whose dialog rows are
+  // the enumerated devices keep the default.
+  virtual Status SelectionDevices(CardDeviceList& out) { return kOk; }
   // Connects to the named device and stores it in ctx.device.
   virtual Status ConnectByName(ProviderContext& ctx, const std::string& name) = 0;
   // Kinds 2 and 3 ask the card; kind 1 is filled by the frame with fixed values.

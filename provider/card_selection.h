@@ -14,7 +14,7 @@ struct CardSelectionRequest {
   uint32_t acquireFlags;      // mode: CRYPT_NEWKEYSET creates, CRYPT_DELETEKEYSET deletes
   CardDeviceList* serviceCards;
   CardDeviceList* bluetoothCards;
-  CardDeviceList* slots;
+  CardDeviceList* slots;  // every slot of the table, with or without a token
 };
 
 // Returns 0 with the chosen kind and device, or the error the selection recorded

@@ -120,8 +120,16 @@ Status ChooseAmongDevices(ProviderContext& ctx, uint32_t acquireFlags, CardDevic
   if (ctx.silent || selector == nullptr) {
     return FindContainerSilently(ctx, serviceCards, bluetoothCards);
   }
+  // The dialog lists every slot of the table, with or without a token, and follows their tokens.
+  CardDeviceList slotRows;
+  CardBackend* slotBackend = FindCardBackend(BackendTokenSlot);
+  if (slotBackend != nullptr && Module().moduleAvailable) {
+    platform::NamedMutexLock tableLock(slotBackend->DeviceTableMutex());
+    Status status = slotBackend->SelectionDevices(slotRows);
+    if (status != kOk) return status;
+  }
   CardSelectionRequest request{ctx.CardContainerName(), acquireFlags, &serviceCards,
-                               &bluetoothCards, &slots};
+                               &bluetoothCards, slotRows.empty() ? &slots : &slotRows};
   uint32_t kind = BackendNone;
   std::unique_ptr<CardDevice> chosen;
   Status status = selector(ctx, request, &kind, &chosen);

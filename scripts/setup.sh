@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config git
-  mingw-w64 wine wine64 xvfb xauth x11-apps imagemagick fonts-wqy-microhei
+  mingw-w64 wine wine64 fonts-wine xvfb xauth x11-apps imagemagick fonts-wqy-microhei
   libgtest-dev googletest libbenchmark-dev libssl-dev openssl
   softhsm2 opensc libp11-kit-dev python3 python3-cryptography-vectors
   clang libclang-rt-14-dev

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Saves screenshots of the PIN dialog in English, Simplified Chinese and Traditional Chinese to
-# docs/screenshots/pin-dialog-{en,zh-CN,zh-TW}.png. Each language is the system language of its
-# run (LANG and LC_ALL), so the pictures show what the provider picks by itself.
+# Saves screenshots of the PIN dialog and the card selection dialog in English, Simplified Chinese
+# and Traditional Chinese to docs/screenshots/{pin,select-card}-dialog-{en,zh-CN,zh-TW}.png. Each
+# language is the system language of its run (LANG and LC_ALL), so the pictures show what the
+# provider picks by itself.
 #
 # Needs a built Windows tree (scripts/build.sh, or NIVRA_BUILD_DIR for another build directory).
 # Runs in a Wine prefix of its own next to the test prefix, on a private X server sized to the
@@ -34,7 +35,7 @@ if [ ! -f "$WINEPREFIX/.nivra-screenshot-settings" ]; then
   done
   fonts="$WINEPREFIX/drive_c/windows/Fonts"
   mkdir -p "$fonts"
-  [ -f /usr/share/wine/fonts/marlett.ttf ] && cp /usr/share/wine/fonts/marlett.ttf "$fonts/"
+  cp /usr/share/wine/fonts/marlett.ttf "$fonts/"  # fonts-wine; without it the close box shows "r"
   wineserver -w
   touch "$WINEPREFIX/.nivra-screenshot-settings"
 fi
@@ -42,7 +43,7 @@ fi
 # Xvfb picks a free display itself and reports its number on descriptor 3.
 log=$(mktemp)
 display_file=$(mktemp)
-Xvfb -displayfd 3 -screen 0 400x240x24 -nolisten tcp 3>"$display_file" >/dev/null 2>&1 &
+Xvfb -displayfd 3 -screen 0 800x480x24 -nolisten tcp 3>"$display_file" >/dev/null 2>&1 &
 xvfb_pid=$!
 cleanup() {
   wineserver -k >/dev/null 2>&1 || true
@@ -56,22 +57,26 @@ export DISPLAY=":$(head -n1 "$display_file")"
 
 mkdir -p "$out"
 status=0
-for run in "en en_US.UTF-8" "zh-CN zh_CN.UTF-8" "zh-TW zh_TW.UTF-8"; do
-  set -- $run
-  name=$1 locale=$2
-  : >"$log"
-  LANG=$locale LC_ALL=$locale wine "$tool" --retries=3 --hold-ms=4000 >"$log" 2>&1 &
-  tool_pid=$!
-  for _ in $(seq 300); do grep -q ready "$log" && break; sleep 0.1; done
-  if grep -q ready "$log"; then
-    sleep 1  # let the dialog finish painting
-    geometry=$(sed -n 's/^ready \([0-9x+]*\).*/\1/p' "$log")
-    import -window root ${geometry:+-crop "$geometry"} +repage "$out/pin-dialog-$name.png"
-    echo "ui-screenshots: $out/pin-dialog-$name.png"
-  else
-    echo "ui-screenshots: the dialog did not appear under $locale" >&2
-    status=1
-  fi
-  wait "$tool_pid" || status=1
+for dialog in pin select-card; do
+  for run in "en en_US.UTF-8" "zh-CN zh_CN.UTF-8" "zh-TW zh_TW.UTF-8"; do
+    set -- $run
+    name=$1 locale=$2
+    shot="$out/$dialog-dialog-$name.png"
+    : >"$log"
+    LANG=$locale LC_ALL=$locale wine "$tool" --dialog="${dialog%-card}" --retries=3 \
+      --hold-ms=4000 >"$log" 2>&1 &
+    tool_pid=$!
+    for _ in $(seq 300); do grep -q ready "$log" && break; sleep 0.1; done
+    if grep -q ready "$log"; then
+      sleep 1  # let the dialog finish painting
+      geometry=$(sed -n 's/^ready \([0-9x+]*\).*/\1/p' "$log")
+      import -window root ${geometry:+-crop "$geometry"} +repage "$shot"
+      echo "ui-screenshots: $shot"
+    else
+      echo "ui-screenshots: the $dialog dialog did not appear under $locale" >&2
+      status=1
+    fi
+    wait "$tool_pid" || status=1
+  done
 done
 exit $status

@@ -10,3 +10,8 @@
 
 // Maximum length of a PIN typed into the PIN dialog, in characters.
 #define VERIFY_PIN_MAX_CHARS 8
+
+// Card selection dialog.
+#define IDD_SELECT_CARD 5001
+#define IDC_SELECT_CARD_PROMPT 5003
+#define IDC_SELECT_CARD_LIST 5004

@@ -1,8 +1,6 @@
 #include "ui/verify_pin_dialog.h"
 
-#include <new>
-
-#include "platform/module_handle.h"
+#include "ui/dialog_box.h"
 #include "ui/resource.h"
 #include "ui/ui_text.h"
 
@@ -26,54 +24,15 @@ std::wstring ControlText(HWND control) {
 }  // namespace
 
 CVerifyPIN::CVerifyPIN(uint32_t retries, HWND parent)
-    : retries(retries), parent_(parent), langId_(GetSystemDefaultLangID()) {}
+    : ModalDialog(parent), retries(retries), langId_(GetSystemDefaultLangID()) {}
 
 CVerifyPIN::~CVerifyPIN() { Wipe(pin); }
 
 void CVerifyPIN::UseLanguage(uint16_t langId) { langId_ = langId; }
 
-INT_PTR CVerifyPIN::DoModal() {
-  HWND owner = parent_ && IsWindow(parent_) ? parent_ : nullptr;
-  INT_PTR result = DialogBoxParamW(platform::CurrentModule(), MAKEINTRESOURCEW(IDD_VERIFY_PIN), owner,
-                                   &CVerifyPIN::DialogProc, reinterpret_cast<LPARAM>(this));
-  hwnd_ = nullptr;
-  return result == 0 ? -1 : result;
-}
+INT_PTR CVerifyPIN::DoModal() { return RunModal(IDD_VERIFY_PIN); }
 
-INT_PTR CALLBACK CVerifyPIN::DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (message == WM_INITDIALOG) SetWindowLongPtrW(hwnd, DWLP_USER, lParam);
-  auto* self = reinterpret_cast<CVerifyPIN*>(GetWindowLongPtrW(hwnd, DWLP_USER));
-  if (!self) return FALSE;
-  if (message == WM_INITDIALOG) self->hwnd_ = hwnd;
-  // Nothing may unwind into the window manager's dispatch loop.
-  try {
-    return self->HandleMessage(message, wParam, lParam);
-  } catch (const std::bad_alloc&) {
-    EndDialog(hwnd, -1);
-    return TRUE;
-  }
-}
-
-INT_PTR CVerifyPIN::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
-  switch (message) {
-    case WM_INITDIALOG:
-      return OnInitDialog();
-    case WM_COMMAND:
-      switch (LOWORD(wParam)) {
-        case IDOK:
-          OnOK();
-          return TRUE;
-        case IDCANCEL:  // Escape and the close box arrive here
-          EndDialog(hwnd_, IDCANCEL);
-          return TRUE;
-      }
-      return FALSE;
-    case WM_DESTROY:
-      OnDestroy();
-      return FALSE;
-  }
-  return FALSE;
-}
+void CVerifyPIN::OnOutOfMemory() { EndDialog(hwnd_, -1); }
 
 const wchar_t* CVerifyPIN::Text(uint32_t number) const { return UiTextForLangId(langId_, number); }
 

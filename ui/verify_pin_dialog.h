@@ -7,18 +7,18 @@
 #include <cstdint>
 #include <string>
 
+#include "ui/dialog_box.h"
+
 namespace nivra::ui {
 
-class CVerifyPIN {
+class CVerifyPIN : public ModalDialog {
  public:
   // retries: count shown in the retries line, 0 when unknown (the line stays empty).
   // parent: the window that owns the dialog (the provider context's client window), or nullptr.
   // The dialog's language is the system default language (GetSystemDefaultLangID()).
   explicit CVerifyPIN(uint32_t retries = 0, HWND parent = nullptr);
   // Wipes the PIN from memory.
-  ~CVerifyPIN();
-  CVerifyPIN(const CVerifyPIN&) = delete;
-  CVerifyPIN& operator=(const CVerifyPIN&) = delete;
+  ~CVerifyPIN() override;
 
   // Chooses the language identifier whose texts the dialog shows instead of the system default
   // (1028 Traditional Chinese, 2052 Simplified Chinese, anything else English).
@@ -37,21 +37,18 @@ class CVerifyPIN {
   uint32_t retries;
 
  private:
-  static INT_PTR CALLBACK DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
-  INT_PTR HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
+  void OnOutOfMemory() override;
 
   // Moves the members into the controls (save false) or the controls into the members (save
   // true). Saving fails, with the PIN field focused and selected, when the field holds more than
   // VERIFY_PIN_MAX_CHARS characters (possible only by setting its text programmatically).
   bool UpdateData(bool save);
   bool DoDataExchange(bool save);
-  BOOL OnInitDialog();
-  void OnOK();
-  void OnDestroy();
+  BOOL OnInitDialog() override;
+  void OnOK() override;
+  void OnDestroy() override;
   const wchar_t* Text(uint32_t number) const;
 
-  HWND parent_;
-  HWND hwnd_ = nullptr;
   uint16_t langId_;
 };
 

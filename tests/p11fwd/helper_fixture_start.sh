@@ -2,10 +2,13 @@
 # Starts nivra-p11-helper for the Windows tests: a fresh SoftHSM2 token in <dir>/tokens (its own
 # configuration, never the machine's token store), the helper on a free loopback port written to
 # <dir>/port, its process id in <dir>/helper.pid and its output in <dir>/helper.log.
-# Usage: helper_fixture_start.sh <nivra-p11-helper> <dir>
+# Further arguments are the labels of more tokens, initialised the same way in the next free
+# slots.
+# Usage: helper_fixture_start.sh <nivra-p11-helper> <dir> [label...]
 set -eu
 helper=$1
 dir=$2
+shift 2
 if [ ! -x "$helper" ]; then
   echo "helper program not built: $helper (build the native tree first)" >&2
   exit 1
@@ -22,7 +25,9 @@ log.level = ERROR
 slots.removable = false
 CONF
 export SOFTHSM2_CONF="$dir/softhsm2.conf"
-softhsm2-util --init-token --free --label nivra-fwd --pin 1234 --so-pin 5678 >/dev/null
+for label in nivra-fwd "$@"; do
+  softhsm2-util --init-token --free --label "$label" --pin 1234 --so-pin 5678 >/dev/null
+done
 # Detached from CTest's output pipes, or CTest would wait for the helper to end.
 setsid "$helper" --listen 127.0.0.1:0 --port-file "$dir/port" </dev/null >"$dir/helper.log" 2>&1 &
 echo $! > "$dir/helper.pid"

@@ -52,7 +52,9 @@ TEST_F(AcquireContext, ReaderPrefixes) {
   EXPECT_EQ(Acquire("\\\\B\\svc0\\c1", 0), static_cast<DWORD>(NTE_BAD_KEYSET));
   dll.FakeReset(1, 1, "bt0");
   EXPECT_EQ(Acquire("\\\\B\\bt0\\c1", 0), 0u);
-  // Any other third character is no prefix: the whole string is the container name.
+  // Any other third character is no prefix: the whole string is the container name (one card
+  // present, so no choice is asked for).
+  dll.FakeReset(0, 1, "bt0");
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire("\\\\b\\bt0\\c1", 0, &prov), 0u);
   char name[64] = {};

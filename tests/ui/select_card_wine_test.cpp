@@ -1,0 +1,273 @@
+// The card selection dialog of an interactive acquire, driven as a user would under an X server,
+// with two SoftHSM2 tokens behind the forwarding module: what each row says of the container,
+// which rows let OK through per operation, the card the choice binds, cancelling, the keyboard,
+// and a token taken out while the dialog is open.
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <commctrl.h>
+#include <wincrypt.h>
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "expected_ui_texts.h"
+#include "modal_dialog_driver.h"
+#include "token_fixture.h"
+
+namespace nivra::p11test {
+namespace {
+
+using uitest::ExpectedUiText;
+using uitest::ModalDialogRun;
+
+constexpr char kSecondTokenLabel[] = "nivra-fwd-2";
+constexpr wchar_t kDialogTitle[] = L"Select CSP";
+constexpr DWORD kSlotIdParam = 0x80000001;
+constexpr DWORD kPromptPinParam = 0x80000002;
+// The token slot monitor's poll plus the dialog's 100 ms timer, with room for a loaded machine.
+constexpr DWORD kRemarkDeadlineMs = 3000;
+
+std::wstring Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
+
+std::wstring Text(uint32_t number) { return ExpectedUiText(GetSystemDefaultLangID(), number); }
+
+std::wstring Text(uint32_t number, const std::string& name) {
+  std::wstring text = Text(number);
+  return text.replace(text.find(L"%s"), 2, Wide(name));
+}
+
+std::wstring Cell(HWND list, int row, int column) {
+  wchar_t buffer[512] = {};
+  LVITEMW item{};
+  item.iSubItem = column;
+  item.pszText = buffer;
+  item.cchTextMax = 512;
+  SendMessageW(list, LVM_GETITEMTEXTW, row, reinterpret_cast<LPARAM>(&item));
+  return buffer;
+}
+
+class SelectCardTest : public TokenTest {
+ protected:
+  void SetUp() override {
+    TokenTest::SetUp();
+    ASSERT_NO_FATAL_FAILURE(StartProvider());
+    CK_FUNCTION_LIST* f = Module();
+    CK_SLOT_ID slots[64];
+    CK_ULONG count = 64;
+    ASSERT_EQ(f->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+    for (CK_ULONG i = 0; i < count; ++i) {
+      CK_TOKEN_INFO token{};
+      CK_SLOT_INFO slot{};
+      if (f->C_GetTokenInfo(slots[i], &token) == CKR_OK &&
+          std::string(reinterpret_cast<char*>(token.label), sizeof(kSecondTokenLabel) - 1) ==
+              kSecondTokenLabel &&
+          f->C_GetSlotInfo(slots[i], &slot) == CKR_OK) {
+        std::string description(reinterpret_cast<char*>(slot.slotDescription),
+                                sizeof(slot.slotDescription));
+        secondSlotName = description.substr(0, description.find_last_not_of(' ') + 1);
+      }
+    }
+    ASSERT_FALSE(secondSlotName.empty()) << "the second token is not listed";
+  }
+
+  // Creates the container on the first token only.
+  void ContainerOnFirstToken(const std::string& name) {
+    LogIn();
+    FreshContainer(name);
+    ASSERT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET), 0u);
+  }
+
+  // Starts an acquire without a reader prefix on a worker thread and waits for the dialog.
+  void OpenDialog(const std::string& container, DWORD flags) {
+    run = std::make_unique<ModalDialogRun>([this, container, flags]() -> INT_PTR {
+      std::string name = container;
+      HCRYPTPROV handle = 0;
+      BOOL ok = entries.AcquireContext(&handle, name.empty() ? nullptr : name.data(), flags,
+                                       nullptr);
+      chosen = handle;
+      return ok ? 0 : static_cast<INT_PTR>(GetLastError());
+    });
+    dialog = run->WaitForDialog(kDialogTitle);
+    ASSERT_NE(dialog, nullptr) << "no selection dialog";
+    list = GetDlgItem(dialog, 5004);
+  }
+
+  // The row whose target is the slot name; -1 when none.
+  int RowOf(const std::string& slot) {
+    int count = static_cast<int>(SendMessageW(list, LVM_GETITEMCOUNT, 0, 0));
+    for (int row = 0; row < count; ++row) {
+      if (Cell(list, row, 1) == Wide(slot)) return row;
+    }
+    return -1;
+  }
+
+  // Selects the row as a click does; true when OK is then enabled.
+  bool SelectAllowsOk(int row) {
+    LVITEMW none{};
+    none.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
+    SendMessageW(list, LVM_SETITEMSTATE, static_cast<WPARAM>(-1), reinterpret_cast<LPARAM>(&none));
+    LVITEMW state{};
+    state.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
+    state.state = LVIS_SELECTED | LVIS_FOCUSED;
+    SendMessageW(list, LVM_SETITEMSTATE, row, reinterpret_cast<LPARAM>(&state));
+    return IsWindowEnabled(GetDlgItem(dialog, IDOK)) != FALSE;
+  }
+
+  DWORD Outcome() {
+    INT_PTR result = 0;
+    EXPECT_TRUE(run->Finished(&result)) << "the acquire did not return";
+    if (chosen != 0) exportContexts.push_back(chosen);
+    return static_cast<DWORD>(result);
+  }
+
+  void Cancel() { PostMessageW(list, WM_KEYDOWN, VK_ESCAPE, 0); }
+
+  std::string secondSlotName;
+  std::unique_ptr<ModalDialogRun> run;
+  HWND dialog = nullptr;
+  HWND list = nullptr;
+  HCRYPTPROV chosen = 0;
+};
+
+// Per operation: the prompt, each token's remark and whether its row lets OK through.
+TEST_F(SelectCardTest, RowsDescribeTheContainerAndEnableOkPerOperation) {
+  const std::string name = CaseName();
+  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  struct Case {
+    DWORD flags;
+    uint32_t prompt;
+    bool firstAllows;
+    bool secondAllows;
+  };
+  for (const Case& c : {Case{0, 36, true, false}, Case{CRYPT_DELETEKEYSET, 34, true, false},
+                        Case{CRYPT_NEWKEYSET, 32, false, true}}) {
+    SCOPED_TRACE(c.prompt);
+    ASSERT_NO_FATAL_FAILURE(OpenDialog(name, c.flags));
+    EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(c.prompt, name));
+    const int first = RowOf(slotName);
+    const int second = RowOf(secondSlotName);
+    ASSERT_GE(first, 0);
+    ASSERT_GE(second, 0);
+    EXPECT_EQ(Cell(list, first, 0), std::to_wstring(first + 1));
+    EXPECT_EQ(Cell(list, first, 2), Text(22, name));
+    EXPECT_EQ(Cell(list, second, 2), Text(24, name));
+    EXPECT_FALSE(IsWindowEnabled(GetDlgItem(dialog, IDOK))) << "OK before any selection";
+    EXPECT_EQ(SelectAllowsOk(second), c.secondAllows);
+    EXPECT_EQ(SelectAllowsOk(first), c.firstAllows);
+    Cancel();
+    EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+  }
+}
+
+// The default container: the first token names its first container, the empty one has none.
+TEST_F(SelectCardTest, DefaultContainerOnTokenWithoutContainers) {
+  const std::string name = CaseName();
+  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  ASSERT_NO_FATAL_FAILURE(OpenDialog("", CRYPT_NEWKEYSET));
+  EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(31));
+  const int second = RowOf(secondSlotName);
+  ASSERT_GE(second, 0);
+  EXPECT_EQ(Cell(list, second, 2), Text(23));
+  EXPECT_TRUE(SelectAllowsOk(second));
+  const int first = RowOf(slotName);
+  ASSERT_GE(first, 0);
+  const std::wstring lead = Text(21).substr(0, Text(21).find(L"%s"));
+  EXPECT_EQ(Cell(list, first, 2).compare(0, lead.size(), lead), 0) << "no default container named";
+  EXPECT_FALSE(SelectAllowsOk(first));
+  uitest::PressButton(dialog, IDCANCEL);
+  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+}
+
+// Arrow keys move the selection, Enter takes the row: the context is then on that token, and
+// the PIN prompt parameter answers (it checks its flags instead of refusing the context).
+TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
+  const std::string name = CaseName();
+  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
+  const int first = RowOf(slotName);
+  ASSERT_GE(first, 0);
+  PostMessageW(list, WM_KEYDOWN, VK_HOME, 0);
+  for (int i = 0; i < first; ++i) PostMessageW(list, WM_KEYDOWN, VK_DOWN, 0);
+  PostMessageW(list, WM_KEYDOWN, VK_RETURN, 0);
+  ASSERT_EQ(Outcome(), 0u);
+  ASSERT_NE(chosen, 0u);
+  DWORD slot = 0;
+  DWORD length = sizeof(slot);
+  ASSERT_TRUE(
+      entries.GetProvParam(chosen, kSlotIdParam, reinterpret_cast<BYTE*>(&slot), &length, 0));
+  EXPECT_EQ(slot, slotId);
+  BYTE pin[64];
+  length = sizeof(pin);
+  EXPECT_FALSE(entries.GetProvParam(chosen, kPromptPinParam, pin, &length, 0));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_FLAGS));
+  // Chosen by name, the same token has no dialog value: the parameter refuses the context.
+  HCRYPTPROV named = 0;
+  ASSERT_EQ(Acquire(OnToken(name), 0, &named), 0u);
+  EXPECT_FALSE(entries.GetProvParam(named, kPromptPinParam, pin, &length, AT_SIGNATURE));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_TYPE));
+}
+
+// The loader's table as CryptoAPI hands it to a provider; FuncReturnhWnd gives the window the
+// application named with PP_CLIENT_HWND.
+struct LoaderTable {
+  DWORD Version;
+  FARPROC FuncVerifyImage;
+  void(WINAPI* FuncReturnhWnd)(HWND*);
+  DWORD dwProvType;
+  BYTE* pbContextInfo;
+  DWORD cbContextInfo;
+  LPSTR pszProvName;
+};
+std::atomic<HWND> g_applicationWindow{nullptr};
+void WINAPI ReturnApplicationWindow(HWND* window) { *window = g_applicationWindow.load(); }
+
+// The application's window (made on the acquiring thread, as an application does) owns the
+// dialog and is disabled while it runs.
+TEST_F(SelectCardTest, ApplicationWindowOwnsTheDialog) {
+  const std::string name = CaseName();
+  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  ModalDialogRun acquire([&]() -> INT_PTR {
+    g_applicationWindow = CreateWindowExW(0, L"STATIC", L"application",
+                                          WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200, 100,
+                                          nullptr, nullptr, nullptr, nullptr);
+    LoaderTable table{3, nullptr, &ReturnApplicationWindow, PROV_RSA_FULL, nullptr, 0, nullptr};
+    std::string container = name;
+    HCRYPTPROV prov = 0;
+    BOOL ok = entries.AcquireContext(&prov, container.data(), 0, &table);
+    DWORD error = ok ? 0 : GetLastError();
+    DestroyWindow(g_applicationWindow.load());
+    return static_cast<INT_PTR>(error);
+  });
+  HWND shown = acquire.WaitForDialog(kDialogTitle);
+  ASSERT_NE(shown, nullptr);
+  EXPECT_EQ(GetWindow(shown, GW_OWNER), g_applicationWindow.load());
+  EXPECT_FALSE(IsWindowEnabled(g_applicationWindow.load()));
+  PostMessageW(shown, WM_CLOSE, 0, 0);
+  INT_PTR result = 0;
+  ASSERT_TRUE(acquire.Finished(&result));
+  EXPECT_EQ(static_cast<DWORD>(result), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+}
+
+// A token taken out while the dialog is open: its row says so soon after.
+TEST_F(SelectCardTest, RemovedTokenRowFollowsWithinDeadline) {
+  const std::string name = CaseName();
+  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
+  const int first = RowOf(slotName);
+  ASSERT_GE(first, 0);
+  ASSERT_TRUE(SelectAllowsOk(first));
+  char slot[32];
+  snprintf(slot, sizeof(slot), "0x%lx", static_cast<unsigned long>(slotId));
+  Control(std::string("remove ") + slot);
+  const DWORD deadline = GetTickCount() + kRemarkDeadlineMs;
+  while (Cell(list, first, 2) != Text(25) && GetTickCount() < deadline) Sleep(10);
+  EXPECT_EQ(Cell(list, first, 2), Text(25));
+  EXPECT_FALSE(SelectAllowsOk(first)) << "a row without its token allows OK";
+  Cancel();
+  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+}
+
+}  // namespace
+}  // namespace nivra::p11test
