@@ -8,49 +8,21 @@
 #include <cstring>
 
 #include "cli_error.h"
+#include "der_reader.h"
 
 namespace nivracli {
 
 namespace {
 
-constexpr BYTE kDerSequence = 0x30;
-constexpr BYTE kDerInteger = 0x02;
-constexpr BYTE kDerOctetString = 0x04;
-
-// One DER element inside [pos, end): its tag, and where its contents start and end.
-struct DerElement {
-  BYTE tag;
-  size_t begin;
-  size_t end;
-};
-
-bool ReadElement(const Bytes& der, size_t pos, size_t end, DerElement* out) {
-  if (pos + 2 > end) return false;
-  out->tag = der[pos];
-  size_t length = der[pos + 1];
-  size_t header = 2;
-  if (length & 0x80) {
-    const size_t bytes = length & 0x7F;
-    if (bytes == 0 || bytes > 4 || pos + 2 + bytes > end) return false;
-    length = 0;
-    for (size_t i = 0; i < bytes; ++i) length = (length << 8) | der[pos + 2 + i];
-    header += bytes;
-  }
-  if (length > end - pos - header) return false;
-  out->begin = pos + header;
-  out->end = out->begin + length;
-  return true;
-}
-
 // The RSAPrivateKey inside a PKCS#8 PrivateKeyInfo (version, algorithm, octet string), or the
 // input itself when it is not one.
 Bytes UnwrapPkcs8(const Bytes& der) {
   DerElement outer, version, algorithm, key;
-  if (!ReadElement(der, 0, der.size(), &outer) || outer.tag != kDerSequence) return der;
-  if (!ReadElement(der, outer.begin, outer.end, &version) || version.tag != kDerInteger) return der;
-  if (!ReadElement(der, version.end, outer.end, &algorithm) || algorithm.tag != kDerSequence) return der;
-  if (!ReadElement(der, algorithm.end, outer.end, &key) || key.tag != kDerOctetString) return der;
-  return Bytes(der.begin() + key.begin, der.begin() + key.end);
+  if (!ReadDerElement(der, 0, der.size(), &outer) || outer.tag != kDerSequence) return der;
+  if (!ReadDerElement(der, outer.begin, outer.end, &version) || version.tag != kDerInteger) return der;
+  if (!ReadDerElement(der, version.end, outer.end, &algorithm) || algorithm.tag != kDerSequence) return der;
+  if (!ReadDerElement(der, algorithm.end, outer.end, &key) || key.tag != kDerOctetString) return der;
+  return DerContents(der, key);
 }
 
 }  // namespace
