@@ -80,6 +80,8 @@ class UserStore {
     for (PCCERT_CONTEXT cert : doomed) {
       if (!CertDeleteCertificateFromStore(cert)) FailLast("removing a certificate from \"MY\"");
     }
+    // Wine's registry-backed store writes removals only when told to commit them.
+    if (!doomed.empty()) CertControlStore(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr);
     return static_cast<int>(doomed.size());
   }
 
