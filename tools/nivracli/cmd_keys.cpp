@@ -101,8 +101,10 @@ Bytes PrivateKeyBlobFromPfx(const Bytes& file, const std::string& password, DWOR
                               info->dwFlags)) {
       continue;
     }
+    // Wine's PFXImportCertStore records key spec 3 while it installs an exchange key.
     HCRYPTKEY key = 0;
-    if (CryptGetUserKey(prov, info->dwKeySpec, &key)) {
+    if (CryptGetUserKey(prov, info->dwKeySpec, &key) || CryptGetUserKey(prov, AT_KEYEXCHANGE, &key) ||
+        CryptGetUserKey(prov, AT_SIGNATURE, &key)) {
       DWORD blobLength = 0;
       if (CryptExportKey(key, 0, PRIVATEKEYBLOB, 0, nullptr, &blobLength)) {
         blob.resize(blobLength);

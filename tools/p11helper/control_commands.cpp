@@ -51,6 +51,7 @@ void Dispatcher::ResetInjections() {
   state_.fakeSlots.clear();
   state_.forcedInitialize.reset();
   state_.cantLock = false;
+  state_.userPinLocked = false;
   state_.vendorClass = vendorClassAtStart_;
   state_.vendorClassRefusal.reset();
   state_.initializeArguments.clear();
@@ -122,6 +123,10 @@ std::string Dispatcher::RunControl(const std::vector<std::string>& words, uint32
   }
   if (verb == "cant-lock" && args == 1 && (words[1] == "on" || words[1] == "off")) {
     state_.cantLock = words[1] == "on";
+    return "ok";
+  }
+  if (verb == "lock-pin" && args == 1 && (words[1] == "on" || words[1] == "off")) {
+    state_.userPinLocked = words[1] == "on";
     return "ok";
   }
   if (verb == "init-args" && args == 0) {

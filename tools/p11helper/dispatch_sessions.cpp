@@ -65,6 +65,7 @@ SessionInfoReply Dispatcher::GetSessionInfo(ClientState& client, const SessionRe
 
 StatusReply Dispatcher::Login(ClientState& client, const PinRequest& request) {
   if (CK_RV rv = CheckSession(client, request.session)) return StatusOnly<StatusReply>(rv);
+  if (state_.userPinLocked && request.userType == CKU_USER) return StatusOnly<StatusReply>(CKR_PIN_LOCKED);
   CK_BYTE spare = 0;
   return StatusOnly<StatusReply>(module_->C_Login(request.session, request.userType,
                                                   OptionalPointer(request.pin, &spare),

@@ -64,6 +64,9 @@ struct HelperState {
   // When set: creating an object of a vendor-defined class answers this value (as tokens that
   // refuse such classes do, each with its own code).
   std::optional<uint32_t> vendorClassRefusal;
+  // On: a user login answers CKR_PIN_LOCKED without reaching the module, as a token whose PIN
+  // retry counter has run out (SoftHSM2 never blocks a PIN).
+  bool userPinLocked = false;
   // Searches that must leave stored vendor objects out (a search for CKO_DATA), by session.
   std::set<CK_SESSION_HANDLE> dataOnlySearches;
   std::array<uint64_t, p11wire::kWireLastCallOp - p11wire::kWireFirstCallOp + 1> callCounts = {};
