@@ -38,6 +38,8 @@ constexpr nivra::bench::TimingPlan kTokenPlan = {41, 11, 0, 3.0, nivra::bench::S
 constexpr nivra::bench::TimingPlan kLocalPlan = nivra::bench::kQuickOperationPlan;
 const char kProvider[] = "Nivra pkcs11 CSP";
 const char kContainer[] = "provider-bench";
+// The provider's parameter that answers a token-slot context's slot identifier.
+constexpr DWORD kSlotIdParam = 0x80000001;
 // SHA-1 DigestInfo prefix (PKCS#1 v1.5): what CKM_RSA_PKCS signs in front of the hash.
 const BYTE kSha1Prefix[] = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
 
@@ -131,7 +133,7 @@ int main(int argc, char** argv) {
   CK_FUNCTION_LIST* f = nullptr;
   if (getList == nullptr || getList(&f) != CKR_OK) Die("C_GetFunctionList");
   DWORD slotId = 0, slotIdLength = sizeof(slotId);
-  if (!CryptGetProvParam(prov, 0x80000001, reinterpret_cast<BYTE*>(&slotId), &slotIdLength, 0)) Die("slot id");
+  if (!CryptGetProvParam(prov, kSlotIdParam, reinterpret_cast<BYTE*>(&slotId), &slotIdLength, 0)) Die("slot id");
   CK_SESSION_HANDLE session = 0;
   if (f->C_OpenSession(slotId, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session) != CKR_OK) Die("C_OpenSession");
   const std::string id = std::string(kContainer) + "_cspS";
