@@ -21,5 +21,7 @@ wine regsvr32 /s "$(winepath -w "$win/nivracsp.dll")" </dev/null >/dev/null 2>&1
 wine reg add 'HKLM\SOFTWARE\NivraCSP' /v LibPkcs11 /d "$(winepath -w "$win/nivrap11fwd.dll")" /f \
   </dev/null >/dev/null 2>&1
 wine reg delete 'HKCU\Software\Microsoft\SystemCertificates\My' /f </dev/null >/dev/null 2>&1 || true
+# A program that Wine ends (an unimplemented function) gets no crash dialog waiting for a user.
+wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f </dev/null >/dev/null 2>&1
 wine reg query 'HKLM\SOFTWARE\Microsoft\Cryptography\Defaults\Provider\Nivra pkcs11 CSP' \
   </dev/null >/dev/null 2>&1

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 #include "cli_error.h"
 #include "commands.h"
@@ -67,5 +68,11 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
     std::fprintf(stderr, "nivracli: %s\n", error.message.c_str());
     return error.exitStatus;
+  } catch (const std::invalid_argument&) {
+    std::fprintf(stderr, "nivracli: a number on the command line is not a number\n");
+    return kExitUsage;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "nivracli: %s\n", error.what());
+    return kExitFailed;
   }
 }
