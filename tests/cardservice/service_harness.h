@@ -24,8 +24,9 @@ inline constexpr char kSoPin[] = "so-8350-nivra";
 // A scratch token and a running service on a free port.
 class ServiceProcess {
  public:
-  // Serves `module` (SoftHSM2 when empty). Check ok().
-  explicit ServiceProcess(const std::string& module = {});
+  // Serves `module` (SoftHSM2 when empty); with `cardConfig`, also the devices and cards that
+  // it configures, with a control socket in the directory. Check ok().
+  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {});
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
   bool ok() const { return pid_ > 0; }
   bool running() const { return pid_ > 0; }
@@ -33,6 +34,11 @@ class ServiceProcess {
   const std::string& directory() const { return directory_; }
   // Everything the service has logged so far.
   std::string Log() const;
+  // One line on the control interface, and its one-line answer ("" when it cannot be reached).
+  std::string Control(const std::string& line) const;
+  // Runs the service once more on the scratch token with this card configuration, expecting it
+  // to refuse to start: its exit status and what it wrote.
+  int StartWithConfig(const std::string& cardConfig, std::string* output) const;
   // Sends SIGTERM and waits up to `waitMs`; the wait status, or -1 when it did not end.
   int Terminate(int waitMs);
 
@@ -45,7 +51,7 @@ class ServiceProcess {
 // One TCP connection to the service.
 class Client {
  public:
-  explicit Client(uint16_t port);  // check connected()
+  explicit Client(uint16_t port, const std::string& host = "127.0.0.1");  // check connected()
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
@@ -77,6 +83,9 @@ class Channel {
   Client& client() { return client_; }
   CardResult Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
                   size_t blockLength = 0);
+  // The same through a device frame to the device `device`.
+  CardResult CallDevice(const std::string& device, uint16_t command,
+                        const frames::CardRequest& request, size_t blockLength = 0);
   // The wrapped request frame as it goes on the wire.
   frames::Bytes WrapRequest(uint32_t slotId, uint16_t command, const frames::CardRequest& request);
 
@@ -85,6 +94,10 @@ class Channel {
   frames::CipherOwner cipher_;
   bool ready_ = false;
 };
+
+// Sends a wrapped request on `client` and reads its wrapped answer under `cipher`.
+CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
+                    uint16_t command, size_t blockLength);
 
 // The slot list over a fresh control connection.
 std::vector<frames::SlotRecord> SlotList(uint16_t port);
