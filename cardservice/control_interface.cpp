@@ -1,5 +1,6 @@
 #include "cardservice/control_interface.h"
 
+#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@ namespace {
 
 constexpr int kPollStepMs = 100;
 constexpr size_t kMaxLine = 256;
+constexpr char kTcpPrefix[] = "tcp:";
 
 bool WriteLine(int fd, const std::string& text) {
   std::string line = text + "\n";
@@ -71,6 +73,19 @@ bool ControlInterface::Start(const std::string& where, std::string* error) {
     thread_ = std::thread([this] { ServeStream(STDIN_FILENO, STDOUT_FILENO); });
     return true;
   }
+  if (where.rfind(kTcpPrefix, 0) == 0) {
+    std::string host;
+    uint16_t port = 0;
+    in_addr parsed;
+    if (!ParseListenAddress(where.substr(sizeof kTcpPrefix - 1), &host, &port) ||
+        inet_pton(AF_INET, host.c_str(), &parsed) != 1 || (ntohl(parsed.s_addr) >> 24) != 127) {
+      *error = "the control port must be on a loopback address: " + where;
+      return false;
+    }
+    if (!tcp_.Listen(host, port, error)) return false;
+    thread_ = std::thread([this] { ServeTcp(); });
+    return true;
+  }
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (where.size() >= sizeof address.sun_path) {
@@ -99,6 +114,16 @@ void ControlInterface::ServeSocket() {
     pollfd entry = {listenFd_, POLLIN, 0};
     if (poll(&entry, 1, kPollStepMs) <= 0) continue;
     int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) continue;
+    ServeStream(fd, fd);
+    close(fd);
+  }
+}
+
+void ControlInterface::ServeTcp() {
+  while (!stop_) {
+    std::string peer;
+    int fd = tcp_.Accept(kPollStepMs, &peer);
     if (fd < 0) continue;
     ServeStream(fd, fd);
     close(fd);

@@ -6,7 +6,8 @@
 // the control interface (--control).
 //
 //   nivra-card-service [--listen HOST:PORT] [--module PATH] [--port-file FILE] [--trace]
-//                      [--cards FILE] [--control SOCKET|-] [--card-port PORT]
+//                      [--cards FILE] [--control SOCKET|tcp:HOST:PORT|-] [--card-port PORT]
+//                      [--control-port-file FILE]
 #include <signal.h>
 
 #include <atomic>
@@ -39,7 +40,8 @@ int Usage() {
   std::fprintf(stderr,
                "usage: nivra-card-service [--listen HOST:PORT] [--module PATH] [--port-file FILE]"
                " [--trace]\n"
-               "                          [--cards FILE] [--control SOCKET|-] [--card-port PORT]\n"
+               "                          [--cards FILE] [--control SOCKET|tcp:HOST:PORT|-]"
+               " [--card-port PORT] [--control-port-file FILE]\n"
                "defaults: --listen %s:%u --module %s --card-port %u\n",
                kDefaultHost, kDefaultPort, kDefaultModulePath, kServiceCardPort);
   return 2;
@@ -57,7 +59,8 @@ void CatchStopSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string host = kDefaultHost, module = kDefaultModulePath, portFile, cardFile, control;
+  std::string host = kDefaultHost, module = kDefaultModulePath, portFile, cardFile, control,
+              controlPortFile;
   uint16_t port = kDefaultPort, cardPort = kServiceCardPort;
   for (int i = 1; i < argc; ++i) {
     std::string option = argv[i];
@@ -77,6 +80,8 @@ int main(int argc, char** argv) {
       cardFile = value;
     } else if (option == "--control") {
       control = value;
+    } else if (option == "--control-port-file") {
+      controlPortFile = value;
     } else if (option == "--card-port") {
       std::string ignored;
       if (!ParseListenAddress("127.0.0.1:" + value, &ignored, &cardPort) || cardPort == 0) {
@@ -113,9 +118,19 @@ int main(int argc, char** argv) {
     LogLine("device %s (\"%s\") on the token in slot %u", device->name().c_str(),
             device->config().display.c_str(), device->slotId());
   }
+  // The control port first: a script that sees the service port may use both at once.
+  if (!controlPortFile.empty() && !WritePortFile(controlPortFile, controlInterface.tcpPort())) {
+    std::fprintf(stderr, "nivra-card-service: cannot write %s\n", controlPortFile.c_str());
+    return 1;
+  }
   if (!portFile.empty() && !WritePortFile(portFile, server.port())) {
     std::fprintf(stderr, "nivra-card-service: cannot write %s\n", portFile.c_str());
     return 1;
+  }
+  if (controlInterface.tcpPort() != 0) {
+    LogLine("confirmations are answered on control port %u", controlInterface.tcpPort());
+  } else if (!control.empty()) {
+    LogLine("confirmations are answered on %s", control == "-" ? "standard input" : control.c_str());
   }
   LogLine("serving %s on %s:%u%s", module.c_str(), host.c_str(), server.port(),
           Tracing() ? " (tracing frames)" : "");

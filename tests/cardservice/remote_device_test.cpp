@@ -123,6 +123,18 @@ TEST_F(DeviceTest, ConfirmationHoldsForTheDeviceUntilItsTokenLogsOut) {
   EXPECT_FALSE(after.pending);
 }
 
+class TcpControlTest : public RemoteTest {
+  bool TcpControl() override { return true; }
+};
+
+TEST_F(TcpControlTest, ConfirmationIsAnsweredOnTheLoopbackControlPort) {
+  auto channel = Open();
+  State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
+  EXPECT_EQ(service_->Control("pending"), std::string("ok ") + kPhone);
+  EXPECT_EQ(service_->Control(std::string("confirm ") + kPhone), "ok");
+  EXPECT_TRUE(State(*channel, kPhone, frames::kCmdLoginState).authenticated);
+}
+
 TEST_F(DeviceTest, ControlInterfaceRefusesWhatItCannotDo) {
   auto channel = Open();
   State(*channel, kOldPhone, frames::kCmdAskConfirmation, kReason);

@@ -37,7 +37,9 @@ bool Run(const std::string& command) { return std::system(command.c_str()) == 0;
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig) {
+ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig,
+                               bool tcpControl)
+    : tcpControl_(tcpControl) {
   char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
   if (!mkdtemp(pattern)) return;
   directory_ = pattern;
@@ -58,11 +60,13 @@ ServiceProcess::ServiceProcess(const std::string& module, const std::string& car
     dup2(fd, 2);
     std::string served = module.empty() ? kSoftHsmModule : module;
     std::string cards = directory_ + "/cards.conf", control = directory_ + "/control";
+    std::string controlPort = directory_ + "/control-port";
     if (!cardConfig.empty()) {
       std::ofstream(cards) << cardConfig;
       execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
             portFile.c_str(), "--module", served.c_str(), "--trace", "--cards", cards.c_str(),
-            "--control", control.c_str(), static_cast<char*>(nullptr));
+            "--control", tcpControl ? "tcp:127.0.0.1:0" : control.c_str(), "--control-port-file",
+            controlPort.c_str(), static_cast<char*>(nullptr));
     }
     execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
           portFile.c_str(), "--module", served.c_str(), "--trace", static_cast<char*>(nullptr));
@@ -94,19 +98,30 @@ std::string ServiceProcess::Log() const {
 }
 
 std::string ServiceProcess::Control(const std::string& line) const {
-  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
+  int fd = -1;
+  bool connected = false;
+  if (tcpControl_) {
+    unsigned port = 0;
+    std::ifstream(directory_ + "/control-port") >> port;
+    Client client(static_cast<uint16_t>(port));
+    fd = client.Release();
+    connected = fd >= 0;
+  } else {
+    fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
+    connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  }
   std::string answer;
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+  if (connected) {
     std::string request = line + "\n";
     char c;
     if (write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
       while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
     }
   }
-  close(fd);
+  if (fd >= 0) close(fd);
   return answer;
 }
 

@@ -25,8 +25,10 @@ inline constexpr char kSoPin[] = "so-8350-nivra";
 class ServiceProcess {
  public:
   // Serves `module` (SoftHSM2 when empty); with `cardConfig`, also the devices and cards that
-  // it configures, with a control socket in the directory. Check ok().
-  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {});
+  // it configures, with a control socket in the directory (`tcpControl`: a loopback TCP control
+  // port instead). Check ok().
+  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {},
+                          bool tcpControl = false);
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
   bool ok() const { return pid_ > 0; }
   bool running() const { return pid_ > 0; }
@@ -44,6 +46,7 @@ class ServiceProcess {
 
  private:
   std::string directory_;
+  bool tcpControl_ = false;
   pid_t pid_ = -1;
   uint16_t port_ = 0;
 };
@@ -56,6 +59,12 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   bool connected() const { return fd_ >= 0; }
+  // Hands the descriptor over (-1 when not connected); the client is closed afterwards.
+  int Release() {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
   bool SendRaw(const uint8_t* data, size_t length);
   bool Send(const frames::Bytes& frame) { return SendRaw(frame.data(), frame.size()); }
   // One whole frame; false when the connection closed or failed first.
