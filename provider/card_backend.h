@@ -142,6 +142,9 @@ class CardBackend {
   }
   // Kind 3: a device command without data (provider parameter 22206).
   virtual Status DeviceCommand(ProviderContext& ctx) { return kNteNotSupported; }
+  // Kind 3: the 16-byte mode token of provider parameter 22209; NTE_BAD_TYPE when it is not
+  // valid.
+  virtual Status ApplyModeToken(ProviderContext& ctx, const uint8_t* token) { return kNteBadType; }
 };
 
 // The "no PIN at all" marker of CardInitToken: a pointer with all bits set.

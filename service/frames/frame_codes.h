@@ -24,6 +24,8 @@ constexpr uint16_t kCmdCardListAnswer = 0xC001;
 constexpr uint16_t kCmdDeviceList = 0x4101;
 constexpr uint16_t kCmdDeviceListAnswer = 0xC101;
 constexpr uint16_t kCmdDeviceFrame = 0x5101;
+constexpr uint16_t kCmdDeviceNotice = 0x4006;    // a device's name and a value, on its own
+                                                 // connection; the answer is not used
 constexpr uint16_t kCmdKeyOffer = 0x1001;        // module: the card name it wants to talk to
 constexpr uint16_t kCmdCardKey = 0x9001;         // card: its RSA public key
 constexpr uint16_t kCmdCardSessionKey = 0x1002;  // module: the session secret for the card

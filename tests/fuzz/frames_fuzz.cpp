@@ -12,6 +12,7 @@
 #include "service/frames/card_key_exchange.h"
 #include "service/frames/card_limits.h"
 #include "service/frames/device_records.h"
+#include "service/frames/mode_token.h"
 #include "service/frames/crypto_guards.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/frame_codes.h"
@@ -120,6 +121,8 @@ void FuzzDevices(const uint8_t* data, size_t size) {
   ParseCardSessionKeyFrame(data, size, size > 10 ? size - 10 : 0, &encrypted);
   CardLimits limits;
   ReadCardLimits(data, size, &limits);
+  bool flag = false;
+  if (size >= kModeTokenSize) ReadModeToken(data, size, &flag);
 }
 
 void FuzzSession(const uint8_t* data, size_t size) {
