@@ -5,7 +5,8 @@
 # SoftHSM2 configuration is given, that configuration's token store (so that the PKCS#11 helper
 # and the service serve one token). With a card configuration (the third argument may then be
 # empty), the service also presents its devices and cards, and answers confirmations on a loopback
-# TCP control port written to <dir>/control-port (service_control.sh talks to it).
+# TCP control port written to <dir>/control-port (service_control.sh talks to it), its cards on
+# the port NIVRA_CARD_PORT names (default 45452).
 # Usage: service_fixture_start.sh <nivra-card-service> <dir> [softhsm2.conf to share] [cards.conf]
 set -eu
 service=$1
@@ -36,7 +37,8 @@ fi
 set --
 if [ -n "$cards" ]; then
   cp "$cards" "$dir/cards.conf"
-  set -- --cards "$dir/cards.conf" --control tcp:127.0.0.1:0 --control-port-file "$dir/control-port"
+  set -- --cards "$dir/cards.conf" --control tcp:127.0.0.1:0 --control-port-file "$dir/control-port" \
+    ${NIVRA_CARD_PORT:+--card-port "$NIVRA_CARD_PORT"}
 fi
 # Detached from CTest's output pipes, or CTest would wait for the service to end.
 setsid "$service" --listen 127.0.0.1:0 --port-file "$dir/port" --trace "$@" </dev/null \
