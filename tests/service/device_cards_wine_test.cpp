@@ -149,7 +149,8 @@ class DeviceCards : public ::testing::Test {
 
 class Roads : public DeviceCards, public ::testing::WithParamInterface<const char*> {};
 
-// Create, generate, sign, decrypt, enumerate and delete on one road; the person confirms.
+// Create, generate, sign, decrypt, store and read a certificate, enumerate and delete on one
+// road; the person confirms.
 TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
   const std::string device = GetParam();
   const std::string reader = device.rfind("phone", 0) == 0 ? "\\\\B\\" : "\\\\?\\";
@@ -204,6 +205,17 @@ TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
   ASSERT_TRUE(CryptEncrypt(exchange, 0, TRUE, CRYPT_OAEP, oaep.data(), &length, 128));
   ASSERT_TRUE(CryptDecrypt(exchange, 0, TRUE, CRYPT_OAEP, oaep.data(), &length));
   EXPECT_EQ(Bytes(oaep.begin(), oaep.begin() + length), secret);
+  std::ifstream in("Z:/usr/lib/python3/dist-packages/cryptography_vectors/x509/san_edipartyname.der",
+                   std::ios::binary);
+  const Bytes cert((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_FALSE(cert.empty());
+  ASSERT_TRUE(CryptSetKeyParam(exchange, KP_CERTIFICATE, const_cast<BYTE*>(cert.data()), 0))
+      << std::hex << GetLastError();
+  length = 0;
+  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, nullptr, &length, 0));
+  Bytes back(length);
+  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, back.data(), &length, 0));
+  EXPECT_EQ(back, cert);
   CryptDestroyHash(softHash);
   CryptDestroyKey(softSign);
   CryptDestroyKey(softExchange);
