@@ -161,6 +161,15 @@ TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire(container, CRYPT_NEWKEYSET, &prov), 0u);
   EXPECT_EQ(Acquire(container, CRYPT_NEWKEYSET), static_cast<DWORD>(NTE_EXISTS));
+  // The limits as the card announces them (phone-a: 16384 bits, kept as 8192; desk-a: 4096).
+  PROV_ENUMALGS_EX row{};
+  DWORD rowLength = sizeof(row);
+  for (DWORD flags = CRYPT_FIRST; CryptGetProvParam(prov, PP_ENUMALGS_EX, reinterpret_cast<BYTE*>(&row),
+                                                    &rowLength, flags) && row.aiAlgid != CALG_RSA_SIGN;
+       flags = 0, rowLength = sizeof(row)) {
+  }
+  EXPECT_EQ(row.aiAlgid, static_cast<ALG_ID>(CALG_RSA_SIGN));
+  EXPECT_EQ(row.dwMaxLen, device == "phone-a" ? 8192u : 4096u);
   HCRYPTKEY sign = 0, exchange = 0;
   ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024 << 16, &sign)) << std::hex << GetLastError();
   ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024 << 16, &exchange)) << std::hex << GetLastError();
