@@ -6,6 +6,7 @@
 #include "crypto/rsa_interface.h"
 #include "crypto/wipe.h"
 #include "service/frames/card_commands.h"
+#include "service/frames/device_records.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/frame_codes.h"
 #include "service/frames/session_handshake.h"
@@ -118,6 +119,7 @@ Connection::Outcome Connection::Handle(const frames::Bytes& frame) {
   std::snprintf(prefix, sizeof prefix, "conn %u < bytes", id_);
   TraceBytes(prefix, frame.data(), frame.size());
   if (view.header.status != 0) return Refuse(view.header, "a request with a status");
+  if (card_) return HandleCard(frame, view);
   switch (view.header.command) {
     case frames::kCmdSlotList:
       if (view.header.bodyLength != 0) return Refuse(view.header, "slot list with a body");
@@ -128,6 +130,14 @@ Connection::Outcome Connection::Handle(const frames::Bytes& frame) {
       return AnswerHello(view);
     case frames::kCmdSlotFrame:
       return AnswerSlotFrame(frame);
+    case frames::kCmdDeviceList:
+      if (view.header.bodyLength != 0) return Refuse(view.header, "device list with a body");
+      return AnswerRemoteList(RemoteKind::kDevice);
+    case frames::kCmdCardList:
+      if (view.header.bodyLength != 0) return Refuse(view.header, "card list with a body");
+      return AnswerRemoteList(RemoteKind::kServiceCard);
+    case frames::kCmdDeviceFrame:
+      return AnswerDeviceFrame(frame);
     default:
       return Refuse(view.header, "unknown command");
   }
@@ -199,19 +209,58 @@ Connection::Outcome Connection::AnswerHello(const frames::FrameView& request) {
   return Outcome::kContinue;
 }
 
+const char* Connection::UnwrapChannelFrame(const frames::Bytes& frame, frames::Bytes* plain) {
+  if (cipher_.Get() == 0) return "before the handshake";
+  if (frames::UnwrapFrame(cipher_.Get(), frame.data(), frame.size(), plain) !=
+      frames::FrameStatus::kOk) {
+    return "that does not decrypt";
+  }
+  return nullptr;
+}
+
 Connection::Outcome Connection::AnswerSlotFrame(const frames::Bytes& frame) {
   frames::FrameHeader header = frames::ReadHeader(frame.data());
-  if (cipher_.Get() == 0) return Refuse(header, "slot frame before the handshake");
   frames::Bytes plain;
-  if (frames::UnwrapFrame(cipher_.Get(), frame.data(), frame.size(), &plain) !=
-      frames::FrameStatus::kOk) {
-    return Refuse(header, "slot frame that does not decrypt");
+  if (const char* why = UnwrapChannelFrame(frame, &plain)) {
+    return Refuse(header, ("slot frame " + std::string(why)).c_str());
   }
   uint32_t slotId = 0;
   frames::FrameView inner;
   frames::FrameStatus parsed = frames::ParseSlotFrameBody(
       plain.data() + frames::kHeaderSize, plain.size() - frames::kHeaderSize, &slotId, &inner);
   if (parsed != frames::FrameStatus::kOk) return Refuse(header, "malformed slot frame");
+  std::string where = "slot " + std::to_string(slotId);
+  return SendWrapped(RunCardCommand(where.c_str(), slotId, nullptr, inner));
+}
+
+Connection::Outcome Connection::AnswerDeviceFrame(const frames::Bytes& frame) {
+  frames::FrameHeader header = frames::ReadHeader(frame.data());
+  frames::Bytes plain;
+  if (const char* why = UnwrapChannelFrame(frame, &plain)) {
+    return Refuse(header, ("device frame " + std::string(why)).c_str());
+  }
+  std::string name;
+  frames::FrameView inner;
+  if (frames::ParseDeviceFrameBody(plain.data() + frames::kHeaderSize,
+                                   plain.size() - frames::kHeaderSize, &name, &inner) !=
+      frames::FrameStatus::kOk) {
+    return Refuse(header, "malformed device frame");
+  }
+  RemoteCard* device = cards_->Find(RemoteKind::kDevice, name);
+  std::string where = "device " + name;
+  if (!device) {
+    // Answered, not refused: a device can go away between the list and the request.
+    frames::Bytes response;
+    frames::BuildFrame(frames::ResponseCommand(inner.header.command), kStatusReaderUnavailable,
+                       nullptr, 0, &response);
+    LogLine("conn %u: no device is called %s", id_, name.c_str());
+    return SendWrapped(response);
+  }
+  return SendWrapped(RunCardCommand(where.c_str(), device->slotId(), device, inner));
+}
+
+frames::Bytes Connection::RunCardCommand(const char* where, uint32_t slotId, RemoteCard* remote,
+                                         const frames::FrameView& inner) {
   const uint16_t command = inner.header.command;
   frames::CardRequest request;
   CardAnswer answer;
@@ -220,6 +269,8 @@ Connection::Outcome Connection::AnswerSlotFrame(const frames::Bytes& frame) {
   } else if (frames::ParseCardRequest(command, inner.body, inner.header.bodyLength, &request) !=
              frames::FrameStatus::kOk) {
     answer.status = kStatusBadData;
+  } else if (remote) {
+    answer = remote->Execute(service_, command, request);
   } else {
     answer = service_->Execute(logins_, slotId, command, request);
   }
@@ -231,9 +282,13 @@ Connection::Outcome Connection::AnswerSlotFrame(const frames::Bytes& frame) {
                        nullptr, 0, &response);
   }
   frames::FrameHeader responseHeader = frames::ReadHeader(response.data());
-  LogLine("conn %u: slot %u card command 0x%04x (request %u bytes): status 0x%08x, answer %u bytes",
-          id_, slotId, command, inner.header.bodyLength, responseHeader.status,
+  LogLine("conn %u: %s card command 0x%04x (request %u bytes): status 0x%08x, answer %u bytes",
+          id_, where, command, inner.header.bodyLength, responseHeader.status,
           responseHeader.bodyLength);
+  return response;
+}
+
+Connection::Outcome Connection::SendWrapped(const frames::Bytes& response) {
   frames::Bytes wrapped;
   if (frames::WrapFrame(cipher_.Get(), response.data(), response.size(), &wrapped) !=
       frames::FrameStatus::kOk) {

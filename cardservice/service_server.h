@@ -1,5 +1,6 @@
-// Accepts clients and serves each connection on a thread of its own, so that a slow, stalled
-// or broken client never holds up another.
+// Accepts clients on the service port and on every service card's own address, and serves each
+// connection on a thread of its own, so that a slow, stalled or broken client never holds up
+// another.
 #pragma once
 #include <atomic>
 #include <list>
@@ -10,6 +11,7 @@
 
 #include "cardservice/card_service.h"
 #include "cardservice/connection.h"
+#include "cardservice/remote_cards.h"
 #include "cardservice/socket_stream.h"
 
 namespace nivra::cardservice {
@@ -19,7 +21,7 @@ constexpr size_t kMaxConnections = 256;
 
 class ServiceServer {
  public:
-  explicit ServiceServer(CardService* service) : service_(service) {}
+  ServiceServer(CardService* service, RemoteCards* cards) : service_(service), cards_(cards) {}
   // Stops and joins every connection thread.
   ~ServiceServer();
 
@@ -27,6 +29,8 @@ class ServiceServer {
     return listener_.Listen(host, port, error);
   }
   uint16_t port() const { return listener_.port(); }
+  // Listens on each service card's address at `port`. False with a message.
+  bool ListenCards(uint16_t port, std::string* error);
 
   // Serves until `stop` becomes true; then closes every connection and joins its thread.
   void Run(const std::atomic<bool>& stop);
@@ -38,10 +42,18 @@ class ServiceServer {
     std::atomic<bool> finished{false};
   };
   void Reap();
+  void Serve(int fd, const std::string& peer, RemoteCard* card);
   void CloseAll();
 
   CardService* service_;
+  RemoteCards* cards_;
   Listener listener_;
+  struct CardListener {
+    explicit CardListener(RemoteCard* served) : card(served) {}
+    RemoteCard* card;
+    Listener listener;
+  };
+  std::list<CardListener> cardListeners_;
   std::atomic<bool> stopping_{false};
   std::list<std::unique_ptr<Served>> served_;
   uint32_t nextId_ = 1;

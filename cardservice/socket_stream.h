@@ -46,6 +46,7 @@ class Listener {
   // Binds and listens; port 0 takes a free port. False with a message.
   bool Listen(const std::string& host, uint16_t port, std::string* error);
   uint16_t port() const { return port_; }
+  int fd() const { return fd_; }
   // Waits up to `timeoutMs` for a connection: its descriptor, or -1.
   int Accept(int timeoutMs, std::string* peer);
 

@@ -9,19 +9,29 @@
 namespace nivra::provider {
 
 namespace {
-std::array<CardBackend*, 4>& Backends() {
-  static std::array<CardBackend*, 4> backends{};
+using BackendTable = std::array<CardBackend*, 4>;
+BackendTable& Backends() {
+  static BackendTable backends{};
   return backends;
 }
+BackendTable& Replacements() {
+  static BackendTable replacements{};
+  return replacements;
+}
+bool KnownKind(uint32_t kind) { return kind >= BackendTokenSlot && kind <= BackendBluetoothCard; }
 }  // namespace
 
 void RegisterCardBackend(uint32_t kind, CardBackend* backend) {
-  if (kind >= BackendTokenSlot && kind <= BackendBluetoothCard) Backends()[kind] = backend;
+  if (KnownKind(kind)) Backends()[kind] = backend;
+}
+
+void ReplaceCardBackend(uint32_t kind, CardBackend* backend) {
+  if (KnownKind(kind)) Replacements()[kind] = backend;
 }
 
 CardBackend* FindCardBackend(uint32_t kind) {
-  if (kind < BackendTokenSlot || kind > BackendBluetoothCard) return nullptr;
-  return Backends()[kind];
+  if (!KnownKind(kind)) return nullptr;
+  return Replacements()[kind] != nullptr ? Replacements()[kind] : Backends()[kind];
 }
 
 Status OpenContextLock(ProviderContext& ctx, const std::string& name) {

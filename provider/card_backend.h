@@ -148,6 +148,9 @@ class CardBackend {
   }
   // Kind 3: a device command without data (provider parameter 22206).
   virtual Status DeviceCommand(ProviderContext& ctx) { return kNteNotSupported; }
+  // Kind 3: the 16-byte mode token of provider parameter 22209; NTE_BAD_TYPE when it is not
+  // valid.
+  virtual Status ApplyModeToken(ProviderContext& ctx, const uint8_t* token) { return kNteBadType; }
 };
 
 // The "no PIN at all" marker of CardInitToken: a pointer with all bits set.
@@ -156,7 +159,12 @@ inline const char* const kNoPin = reinterpret_cast<const char*>(~uintptr_t{0});
 // Registers the back end that serves `kind` (1 to 3). Called from static initialisers of the
 // back ends; a later registration for the same kind replaces the earlier one.
 void RegisterCardBackend(uint32_t kind, CardBackend* backend);
-// The registered back end of a kind, or null (unknown kind, or none built in).
+// Registers a stand-in that serves `kind` in place of the back end built in, whatever the order
+// of the static initialisers (builds of the provider that replace a back end, such as test
+// builds with simulated cards).
+void ReplaceCardBackend(uint32_t kind, CardBackend* backend);
+// The back end of a kind (its stand-in when one is registered), or null (unknown kind, or none
+// built in).
 CardBackend* FindCardBackend(uint32_t kind);
 
 // Helper for static registration: `static CardBackendRegistration reg(BackendTokenSlot, &impl);`
@@ -164,6 +172,10 @@ struct CardBackendRegistration {
   CardBackendRegistration(uint32_t kind, CardBackend* backend) {
     RegisterCardBackend(kind, backend);
   }
+};
+// The same for a stand-in (ReplaceCardBackend).
+struct CardBackendReplacement {
+  CardBackendReplacement(uint32_t kind, CardBackend* backend) { ReplaceCardBackend(kind, backend); }
 };
 
 // Creates the context's per-card lock (a named mutex shared by every process) when the context

@@ -89,6 +89,9 @@ Status CardPromptPin(ProviderContext& ctx, uint32_t keySpec, uint8_t* out, uint3
 Status CardDeviceCommand(ProviderContext& ctx) {
   return Dispatch(ctx, kNteBadData, [&](CardBackend& b) { return b.DeviceCommand(ctx); });
 }
+Status CardApplyModeToken(ProviderContext& ctx, const uint8_t* token) {
+  return Dispatch(ctx, kNteBadType, [&](CardBackend& b) { return b.ApplyModeToken(ctx, token); });
+}
 
 Status EnsureCardCaps(ProviderContext& ctx) {
   if (ctx.caps.defaultBits != 0) return kOk;

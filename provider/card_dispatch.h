@@ -32,6 +32,7 @@ Status CardImportKeyPair(ProviderContext& ctx, const KeyObject& key, const uint8
 Status CardGetCardId(ProviderContext& ctx, uint8_t out[16]);
 Status CardPromptPin(ProviderContext& ctx, uint32_t keySpec, uint8_t* out, uint32_t* len);
 Status CardDeviceCommand(ProviderContext& ctx);
+Status CardApplyModeToken(ProviderContext& ctx, const uint8_t* token);
 
 // Makes sure ctx.caps is loaded: token slots get the fixed limits (2048 default, 1024 to 2048 in
 // steps of 512, PINs of 2 to 8 bytes, no empty PIN), the other kinds ask their card.

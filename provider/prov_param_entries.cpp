@@ -241,8 +241,9 @@ Outcome SetProvParam(ProviderContext& ctx, DWORD param, BYTE* data, DWORD flags)
       if (ctx.backendKind != BackendBluetoothCard) return Outcome::Failure(kNteNotSupported);
       return Outcome::FromStatus(CardDeviceCommand(ctx));
     case PP_NIVRA_MODE_TOKEN:
-      // Issued by the Bluetooth companion program; no Bluetooth back end is built in yet.
-      return Outcome::Failure(kNteBadType);
+      if (ctx.backendKind != BackendBluetoothCard) return Outcome::Failure(kNteBadType);
+      if (data == nullptr) return Outcome::Failure(kErrInvalidParameter);
+      return Outcome::FromStatus(CardApplyModeToken(ctx, data));
     default:
       return Outcome::Failure(kNteBadType);
   }

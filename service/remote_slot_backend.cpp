@@ -10,7 +10,7 @@
 #include "service/service_link.h"
 #include "service/slot_channel.h"
 #include "service/slot_commands.h"
-#include "service/slot_operations.h"
+#include "service/card_operations.h"
 
 namespace nivra::service {
 
@@ -19,11 +19,13 @@ namespace {
 using pkcs11::SlotOf;
 using provider::kOk;
 
+// Runs operation on the context's published slot, as a remote card.
 template <class Operation>
 Status OnDevice(ProviderContext& ctx, Operation operation) {
   SlotDevice* device = SlotOf(ctx);
   if (device == nullptr || !device->slot->remote) return provider::kNteFail;
-  return operation(*device);
+  SlotCard card(*device);
+  return operation(card);
 }
 
 class ServiceSlots : public pkcs11::RemoteSlotService {
@@ -66,70 +68,70 @@ class ServiceSlots : public pkcs11::RemoteSlotService {
     return provider::kNteFail;  // the token-slot back end binds published slots itself
   }
   Status OpenContainer(ProviderContext& ctx, uint32_t flags) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotOpenContainer(ctx, d, flags); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteOpenContainer(ctx, d, flags); });
   }
   Status EnumContainers(ProviderContext& ctx, bool restart) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotEnumContainers(ctx, d, restart); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteEnumContainers(ctx, d, restart); });
   }
   Status LoadKeyPair(ProviderContext& ctx, uint32_t keySpec) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotReadPublicKey(ctx, d, keySpec); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteReadPublicKey(ctx, d, keySpec); });
   }
   Status GenKeyPair(ProviderContext& ctx, uint32_t keySpec, uint32_t bits) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotGenKeyPair(ctx, d, keySpec, bits); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteGenKeyPair(ctx, d, keySpec, bits); });
   }
   Status PrivateKeyOp(ProviderContext& ctx, uint32_t keySpec, uint32_t mode, const uint8_t* in,
                       uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
-    return OnDevice(ctx, [&](SlotDevice& d) {
-      return SlotPrivateKeyOp(ctx, d, keySpec, mode, in, inLen, out, outLen);
+    return OnDevice(ctx, [&](SlotCard& d) {
+      return RemotePrivateKeyOp(ctx, d, keySpec, mode, in, inLen, out, outLen);
     });
   }
   Status PublicKeyOp(ProviderContext& ctx, const KeyObject& key, uint32_t mode, const uint8_t* in,
                      uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
-    return OnDevice(ctx, [&](SlotDevice& d) {
-      return SlotPublicKeyOp(ctx, d, key, mode, in, inLen, out, outLen);
+    return OnDevice(ctx, [&](SlotCard& d) {
+      return RemotePublicKeyOp(ctx, d, key, mode, in, inLen, out, outLen);
     });
   }
   Status WriteCert(ProviderContext& ctx, uint32_t keySpec, const uint8_t* der,
                    uint32_t len) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotWriteCert(ctx, d, keySpec, der, len); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteWriteCert(ctx, d, keySpec, der, len); });
   }
   Status ReadCert(ProviderContext& ctx, uint32_t keySpec, uint8_t* out, uint32_t* len) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotReadCert(ctx, d, keySpec, out, len); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteReadCert(ctx, d, keySpec, out, len); });
   }
   Status VerifyPin(ProviderContext& ctx, const uint8_t* pin, uint32_t len) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotVerifyPin(ctx, d, pin, len); });
+    return OnDevice(ctx, [&](SlotCard& d) { return SlotVerifyPin(ctx, d.Device(), pin, len); });
   }
   Status Relogin(ProviderContext& ctx) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotRelogin(ctx, d); });
+    return OnDevice(ctx, [&](SlotCard& d) { return SlotRelogin(ctx, d.Device()); });
   }
   Status ChangePin(ProviderContext& ctx, const char* oldPin, const char* newPin) override {
     return OnDevice(ctx,
-                    [&](SlotDevice& d) { return SlotPinCommand(ctx, d, kPinChange, oldPin, newPin); });
+                    [&](SlotCard& d) { return RemotePinCommand(ctx, d, kPinChange, oldPin, newPin); });
   }
   Status UnblockPin(ProviderContext& ctx, const char* adminPin, const char* newPin) override {
     return OnDevice(
-        ctx, [&](SlotDevice& d) { return SlotPinCommand(ctx, d, kPinUnblock, adminPin, newPin); });
+        ctx, [&](SlotCard& d) { return RemotePinCommand(ctx, d, kPinUnblock, adminPin, newPin); });
   }
   Status InitToken(ProviderContext& ctx, const char* adminPin, const char* userPin) override {
-    return OnDevice(ctx, [&](SlotDevice& d) {
-      return adminPin == provider::kNoPin ? SlotInitTokenPlain(ctx, d)
-                                          : SlotPinCommand(ctx, d, kPinInitialise, adminPin, userPin);
+    return OnDevice(ctx, [&](SlotCard& d) {
+      return adminPin == provider::kNoPin ? RemoteInitTokenPlain(ctx, d)
+                                          : RemotePinCommand(ctx, d, kPinInitialise, adminPin, userPin);
     });
   }
   Status ImportKeyPair(ProviderContext& ctx, const KeyObject& key, const uint8_t* blob,
                        uint32_t len) override {
-    return OnDevice(ctx, [&](SlotDevice& d) { return SlotImportKeyPair(ctx, d, key, blob, len); });
+    return OnDevice(ctx, [&](SlotCard& d) { return RemoteImportKeyPair(ctx, d, key, blob, len); });
   }
   Status GetCardId(ProviderContext& ctx, uint8_t out[16]) override {
-    return OnDevice(ctx, [&](SlotDevice& d) {
-      std::memcpy(out, d.slot->serial, pkcs11::kSerialBytes);
+    return OnDevice(ctx, [&](SlotCard& d) {
+      std::memcpy(out, d.Device().slot->serial, pkcs11::kSerialBytes);
       return kOk;
     });
   }
   Status PromptPin(ProviderContext& ctx, uint32_t, uint8_t*, uint32_t* len) override {
-    return OnDevice(ctx, [&](SlotDevice& d) {
+    return OnDevice(ctx, [&](SlotCard& d) {
       if (len != nullptr) *len = 0;
-      return SlotRelogin(ctx, d);
+      return SlotRelogin(ctx, d.Device());
     });
   }
 };

@@ -16,6 +16,10 @@ struct ServiceSettings {
   int monitorStepsWhileUp = 200;  // of 100 ms: a probe every 20 s while the service answers
   int monitorStepsWhileDown = 5;  // and every 0.5 s while it does not
   bool systemProviderDecrypt = true;  // false: the handshake uses only the library's own key op
+  uint16_t cardPort = 45452;       // a service card's own port, on the address the card list gives
+  int presenceTimeoutMs = 100;     // connecting to look a device up by name: is the service there?
+  int confirmWaitMs = 120000;      // how long a confirmation on the device is waited for
+  int confirmPollMs = 1000;        // how often the device is asked meanwhile
 };
 
 const ServiceSettings& Settings();

@@ -1,6 +1,6 @@
-// Card commands to a published slot on behalf of a provider context: the request is built from
-// the context's state, the answer's status is translated, and the commands that change or use
-// keys log in first (and once more when the card answers that the login has lapsed).
+// Card commands to a published slot on behalf of a provider context: the slot road of
+// remote_card.h, whose user authentication is the PIN (cached in the context, else typed into
+// the PIN dialog).
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -8,18 +8,30 @@
 #include "pkcs11/slot_device.h"
 #include "provider/provider_context.h"
 #include "service/frames/card_commands.h"
+#include "service/remote_card.h"
 
 namespace nivra::service {
 
 using pkcs11::SlotDevice;
-using provider::ProviderContext;
-using provider::Status;
 
-// Sends one card command to the device's slot. blockLength is the RSA block length that a
-// 0x2024 / 0x2025 answer must have. Commands that need a login run SlotLogin first and, when
-// the answer is SCARD_W_CARD_NOT_AUTHENTICATED, SlotRelogin and one resend. A non-zero answer
-// status is returned translated; a body that breaks its layout gives NTE_FAIL (NTE_BAD_DATA for
-// the open answer); a request that cannot be built gives NTE_NO_MEMORY.
+// A published slot as a remote card: commands travel in slot frames on the slot's channel.
+class SlotCard : public RemoteCard {
+ public:
+  explicit SlotCard(SlotDevice& device) : device_(device) {}
+  Status Transact(const uint8_t* request, size_t len, frames::FrameView* response,
+                  RequestBuffers& list) override;
+  Status Authenticate(ProviderContext& ctx, bool lapsed) override;
+  std::string LockName() const override;
+  CK_OBJECT_HANDLE& Container() override { return device_.container; }
+  uint32_t& EnumIndex() override { return device_.remoteEnumIndex; }
+  pkcs11::PrivateResultCache& ResultCache() override { return device_.cache; }
+  SlotDevice& Device() { return device_; }
+
+ private:
+  SlotDevice& device_;
+};
+
+// Sends one card command to the device's slot (CardCommand on the slot road).
 Status SlotCommand(ProviderContext& ctx, SlotDevice& device, uint16_t command,
                    const frames::CardRequest& request, frames::CardResponse* response,
                    size_t blockLength = 0);

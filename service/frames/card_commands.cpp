@@ -12,9 +12,9 @@ namespace {
 constexpr size_t kWord = 4;
 
 enum class RequestLayout { kEmpty, kText, kTwoTexts, kIndex, kHandle, kHandleSpec,
-                           kHandleSpecData, kGenerate };
+                           kHandleSpecData, kGenerate, kReason };
 enum class ResponseLayout { kEmpty, kValue, kEnumName, kOpenName, kPublicKey, kBlock,
-                            kCertificate };
+                            kCertificate, kLimits };
 
 struct CommandLayout {
   uint16_t command;
@@ -29,6 +29,9 @@ constexpr CommandLayout kLayouts[] = {
     {kCmdDeleteContainer, RequestLayout::kHandle, ResponseLayout::kEmpty},
     {kCmdLoginState, RequestLayout::kEmpty, ResponseLayout::kValue},
     {kCmdVerifyPin, RequestLayout::kText, ResponseLayout::kValue},
+    {kCmdAskConfirmation, RequestLayout::kReason, ResponseLayout::kValue},
+    {kCmdEndConfirmation, RequestLayout::kEmpty, ResponseLayout::kValue},
+    {kCmdCardLimits, RequestLayout::kEmpty, ResponseLayout::kLimits},
     {kCmdChangePin, RequestLayout::kTwoTexts, ResponseLayout::kValue},
     {kCmdUnblockPin, RequestLayout::kTwoTexts, ResponseLayout::kValue},
     {kCmdGenerateKeyPair, RequestLayout::kGenerate, ResponseLayout::kPublicKey},
@@ -99,6 +102,9 @@ FrameStatus BuildCardRequest(uint16_t command, const CardRequest& request, Bytes
     case RequestLayout::kIndex:
       AppendWord(&body, request.index);
       break;
+    case RequestLayout::kReason:
+      AppendWord(&body, request.reason);
+      break;
     case RequestLayout::kHandle:
       AppendWord(&body, request.handle);
       break;
@@ -146,6 +152,10 @@ FrameStatus ParseCardRequest(uint16_t command, const uint8_t* body, size_t len,
     }
     case RequestLayout::kHandle: {
       uint32_t* fields[] = {&request->handle};
+      return ReadWords(body, len, 1, fields);
+    }
+    case RequestLayout::kReason: {
+      uint32_t* fields[] = {&request->reason};
       return ReadWords(body, len, 1, fields);
     }
     case RequestLayout::kHandleSpec: {
@@ -199,6 +209,9 @@ FrameStatus BuildCardResponse(uint16_t requestCommand, uint32_t status,
         if (response.data.empty()) return FrameStatus::kBadField;
         body = response.data;
         break;
+      case ResponseLayout::kLimits:
+        WriteCardLimits(response.limits, &body);
+        break;
     }
   }
   return BuildFrame(ResponseCommand(requestCommand), status, body.data(), body.size(), frame);
@@ -238,6 +251,8 @@ FrameStatus ParseCardResponse(uint16_t requestCommand, const uint8_t* body, size
       if (len == 0) return FrameStatus::kBadLength;
       response->data.assign(body, body + len);
       return FrameStatus::kOk;
+    case ResponseLayout::kLimits:
+      return ReadCardLimits(body, len, &response->limits);
   }
   return FrameStatus::kBadCommand;
 }

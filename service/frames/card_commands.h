@@ -9,6 +9,8 @@
 //   0x2004   handle                                empty
 //   0x2011   empty                                 state (4)
 //   0x2012   PIN                                   result (4)
+//   0x2013   reason                                state (4), see confirmation_state.h
+//   0x2014   empty                                 state (4)
 //   0x2015   old PIN, new PIN                      result (4)
 //   0x2016   administrator PIN, new PIN            result (4)
 //   0x2021   handle, key spec, bits, exponent      public-key block
@@ -18,6 +20,7 @@
 //   0x2025   handle, key spec, block               block of the request block's length
 //   0x2031   handle, key spec, certificate         empty
 //   0x2032   handle, key spec                      certificate (at least one byte)
+//   0x2041   empty                                 limits, see card_limits.h (12 or more)
 //   0x2101   administrator PIN, new PIN            empty
 //   0x2102   empty                                 empty
 //
@@ -27,6 +30,7 @@
 #include <cstdint>
 #include <string>
 
+#include "service/frames/card_limits.h"
 #include "service/frames/frame_header.h"
 #include "service/frames/frame_status.h"
 #include "service/frames/public_key_block.h"
@@ -44,6 +48,7 @@ struct CardRequest {
   uint32_t keySpec = 0;
   uint32_t bits = 0;      // key generation: modulus bits
   uint32_t exponent = 0;  // key generation: public exponent
+  uint32_t reason = 0;    // why a confirmation is asked for (0x2013)
   std::string text;       // name, PIN, old PIN or administrator PIN
   std::string text2;      // the new PIN of the two-PIN commands
   Bytes data;             // key blob, RSA block or certificate
@@ -55,6 +60,7 @@ struct CardResponse {
   std::string name;    // container name of 0x2002 and 0x2003
   PublicKeyBlock publicKey;
   Bytes data;          // RSA block or certificate
+  CardLimits limits;   // 0x2041
 };
 
 // True for the commands of the table above.

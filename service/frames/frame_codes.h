@@ -16,6 +16,21 @@ constexpr uint16_t kCmdSlotListAnswer = 0xF001;
 constexpr uint16_t kCmdSlotInfoAnswer = 0xF002;
 constexpr uint16_t kCmdSlotFrameAnswer = 0xF011;
 
+// Service cards and Bluetooth devices: the two lists on connections of their own, the device
+// frame that carries one card command to a device on a channel, and the key exchange on a service
+// card's own port, where the module chooses the session key.
+constexpr uint16_t kCmdCardList = 0x4001;
+constexpr uint16_t kCmdCardListAnswer = 0xC001;
+constexpr uint16_t kCmdDeviceList = 0x4101;
+constexpr uint16_t kCmdDeviceListAnswer = 0xC101;
+constexpr uint16_t kCmdDeviceFrame = 0x5101;
+constexpr uint16_t kCmdDeviceNotice = 0x4006;    // a device's name and a value, on its own
+                                                 // connection; the answer is not used
+constexpr uint16_t kCmdKeyOffer = 0x1001;        // module: the card name it wants to talk to
+constexpr uint16_t kCmdCardKey = 0x9001;         // card: its RSA public key
+constexpr uint16_t kCmdCardSessionKey = 0x1002;  // module: the session secret for the card
+constexpr uint16_t kCmdCardSessionAck = 0x9002;  // card: status 0 opens the session
+
 // Card commands carried inside a slot frame.
 constexpr uint16_t kCmdCreateContainer = 0x2001;
 constexpr uint16_t kCmdEnumContainers = 0x2002;
@@ -32,6 +47,9 @@ constexpr uint16_t kCmdPrivateKeyOp = 0x2024;
 constexpr uint16_t kCmdPublicKeyOp = 0x2025;
 constexpr uint16_t kCmdWriteCertificate = 0x2031;
 constexpr uint16_t kCmdReadCertificate = 0x2032;
+constexpr uint16_t kCmdAskConfirmation = 0x2013;  // start a confirmation on the device
+constexpr uint16_t kCmdEndConfirmation = 0x2014;  // stop waiting for it
+constexpr uint16_t kCmdCardLimits = 0x2041;       // key and PIN length limits
 constexpr uint16_t kCmdInitToken = 0x2101;
 constexpr uint16_t kCmdInitTokenPlain = 0x2102;
 

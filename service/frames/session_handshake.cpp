@@ -26,16 +26,24 @@ FrameStatus BuildKeyFormatFrame(uint16_t command, const uint8_t* payload, size_t
 }
 }  // namespace
 
-FrameStatus BuildHello(crypto::RsaHandle key, Bytes* frame) {
+FrameStatus ExportPublicKeyDer(crypto::RsaHandle key, Bytes* der) {
   size_t len = 0;
   if (crypto::RsaHandleExportKey(key, crypto::kRsaFormPublic, nullptr, &len) != crypto::kOk) {
     return FrameStatus::kKeyError;
   }
-  Bytes der(len);
-  if (crypto::RsaHandleExportKey(key, crypto::kRsaFormPublic, der.data(), &len) != crypto::kOk) {
+  der->assign(len, 0);
+  if (crypto::RsaHandleExportKey(key, crypto::kRsaFormPublic, der->data(), &len) != crypto::kOk) {
     return FrameStatus::kKeyError;
   }
-  return BuildKeyFormatFrame(kCmdHello, der.data(), len, frame);
+  der->resize(len);
+  return FrameStatus::kOk;
+}
+
+FrameStatus BuildHello(crypto::RsaHandle key, Bytes* frame) {
+  Bytes der;
+  const FrameStatus exported = ExportPublicKeyDer(key, &der);
+  if (exported != FrameStatus::kOk) return exported;
+  return BuildKeyFormatFrame(kCmdHello, der.data(), der.size(), frame);
 }
 
 FrameStatus ParseHelloBody(const uint8_t* body, size_t len, const uint8_t** keyDer,
@@ -68,7 +76,7 @@ FrameStatus MakeSessionSecret(uint8_t* secret) {
 }
 
 FrameStatus BuildSessionKeyFrame(const uint8_t* publicDer, size_t derLen, const uint8_t* secret,
-                                 size_t secretLen, Bytes* frame) {
+                                 size_t secretLen, Bytes* frame, uint16_t command) {
   RsaOwner key;
   uint32_t bits = 0;
   if (crypto::RsaLoadKey(key.Out(), &bits, crypto::kRsaFormPublic, publicDer, derLen) !=
@@ -84,7 +92,7 @@ FrameStatus BuildSessionKeyFrame(const uint8_t* publicDer, size_t derLen, const 
       crypto::RsaHandlePublic(key.Get(), block.data(), k, block.data(), nullptr) != crypto::kOk) {
     return FrameStatus::kKeyError;
   }
-  return BuildKeyFormatFrame(kCmdSessionKey, block.data(), k, frame);
+  return BuildKeyFormatFrame(command, block.data(), k, frame);
 }
 
 FrameStatus ParseSessionKeyFrame(const uint8_t* frame, size_t len, size_t modulusBytes,

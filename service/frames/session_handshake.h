@@ -13,6 +13,7 @@
 
 #include "crypto/cipher.h"
 #include "crypto/rsa_interface.h"
+#include "service/frames/frame_codes.h"
 #include "service/frames/frame_header.h"
 #include "service/frames/frame_status.h"
 
@@ -23,6 +24,9 @@ constexpr size_t kKeyFormatSize = 2;
 constexpr size_t kSessionKeySize = 16;
 constexpr size_t kCheckBlockSize = 8;
 constexpr size_t kSessionSecretSize = kSessionKeySize + kCheckBlockSize;
+
+// *der = the public half of key in export form 1 (DER RSAPublicKey). kKeyError on failure.
+FrameStatus ExportPublicKeyDer(crypto::RsaHandle key, Bytes* der);
 
 // *frame = the hello frame for the public half of key (export form 1). kKeyError when the key
 // cannot be exported; kTooLong when the key does not fit a frame.
@@ -41,8 +45,10 @@ FrameStatus MakeSessionSecret(uint8_t* secret);
 // DER public key (form 1) with block type 2 padding. kKeyError when the key does not load or the
 // secret does not fit the modulus; kRandomFailed when padding cannot be drawn. Any secretLen is
 // accepted so that a peer can be made to send a secret of the wrong size.
+// The same frame carries the module's secret to a service card, under command 0x1002.
 FrameStatus BuildSessionKeyFrame(const uint8_t* publicDer, size_t derLen, const uint8_t* secret,
-                                 size_t secretLen, Bytes* frame);
+                                 size_t secretLen, Bytes* frame,
+                                 uint16_t command = kCmdSessionKey);
 
 // Checks a received session-key frame (its command is not checked) for a key of modulusBytes
 // bytes: kTruncated below a header; kPeerStatus for a non-zero status (read it from the header);

@@ -23,6 +23,8 @@ inline constexpr uint32_t kScardInvalidChv = 0x8010002A;
 inline constexpr uint32_t kScardChvBlocked = 0x8010006C;
 inline constexpr uint32_t kScardNotAuthenticated = 0x8010006F;
 inline constexpr uint32_t kScardReaderUnavailable = 0x80100017;
+inline constexpr uint32_t kScardUnknownCard = 0x8010000D;
+inline constexpr uint32_t kNteNotSupported = 0x80090029;
 
 inline constexpr uint32_t kAtKeyExchange = 1;
 inline constexpr uint32_t kAtSignature = 2;
@@ -31,8 +33,12 @@ class ServiceTest : public ::testing::Test {
  protected:
   // The module the service serves (SoftHSM2 when empty).
   virtual std::string Module() { return {}; }
+  // The devices and cards the service presents (none when empty).
+  virtual std::string CardConfig() { return {}; }
+  // Whether confirmations are answered on a loopback TCP port rather than a Unix-domain socket.
+  virtual bool TcpControl() { return false; }
   void SetUp() override {
-    service_ = std::make_unique<ServiceProcess>(Module());
+    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig(), TcpControl());
     ASSERT_TRUE(service_->ok()) << "the service did not start";
     slot_ = TokenSlot();
     ASSERT_NE(slot_, 0u);

@@ -3,12 +3,16 @@
 # free loopback port written to <dir>/port, its process id in <dir>/service.pid and its log (with
 # --trace) in <dir>/service.log. The token is a fresh SoftHSM2 token in <dir>/tokens, or, when a
 # SoftHSM2 configuration is given, that configuration's token store (so that the PKCS#11 helper
-# and the service serve one token).
-# Usage: service_fixture_start.sh <nivra-card-service> <dir> [softhsm2.conf to share]
+# and the service serve one token). With a card configuration (the third argument may then be
+# empty), the service also presents its devices and cards, and answers confirmations on a loopback
+# TCP control port written to <dir>/control-port (service_control.sh talks to it), its cards on
+# the port NIVRA_CARD_PORT names (default 45452).
+# Usage: service_fixture_start.sh <nivra-card-service> <dir> [softhsm2.conf to share] [cards.conf]
 set -eu
 service=$1
 dir=$2
 shared=${3:-}
+cards=${4:-}
 if [ ! -x "$service" ]; then
   echo "card service not built: $service (build the native tree first)" >&2
   exit 1
@@ -30,8 +34,14 @@ CONF
   export SOFTHSM2_CONF="$dir/softhsm2.conf"
   softhsm2-util --init-token --free --label nivra-service --pin 1234 --so-pin 5678 >/dev/null
 fi
+set --
+if [ -n "$cards" ]; then
+  cp "$cards" "$dir/cards.conf"
+  set -- --cards "$dir/cards.conf" --control tcp:127.0.0.1:0 --control-port-file "$dir/control-port" \
+    ${NIVRA_CARD_PORT:+--card-port "$NIVRA_CARD_PORT"}
+fi
 # Detached from CTest's output pipes, or CTest would wait for the service to end.
-setsid "$service" --listen 127.0.0.1:0 --port-file "$dir/port" --trace </dev/null \
+setsid "$service" --listen 127.0.0.1:0 --port-file "$dir/port" --trace "$@" </dev/null \
   >"$dir/service.log" 2>&1 &
 echo $! > "$dir/service.pid"
 for _ in $(seq 100); do

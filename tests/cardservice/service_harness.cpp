@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +21,7 @@
 
 #include "crypto/rsa_interface.h"
 #include "service/frames/frame_cipher.h"
+#include "service/frames/device_records.h"
 #include "service/frames/frame_codes.h"
 #include "service/frames/session_handshake.h"
 
@@ -35,7 +37,9 @@ bool Run(const std::string& command) { return std::system(command.c_str()) == 0;
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(const std::string& module) {
+ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig,
+                               bool tcpControl)
+    : tcpControl_(tcpControl) {
   char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
   if (!mkdtemp(pattern)) return;
   directory_ = pattern;
@@ -55,12 +59,21 @@ ServiceProcess::ServiceProcess(const std::string& module) {
     dup2(fd, 1);
     dup2(fd, 2);
     std::string served = module.empty() ? kSoftHsmModule : module;
+    std::string cards = directory_ + "/cards.conf", control = directory_ + "/control";
+    std::string controlPort = directory_ + "/control-port";
+    if (!cardConfig.empty()) {
+      std::ofstream(cards) << cardConfig;
+      execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
+            portFile.c_str(), "--module", served.c_str(), "--trace", "--cards", cards.c_str(),
+            "--control", tcpControl ? "tcp:127.0.0.1:0" : control.c_str(), "--control-port-file",
+            controlPort.c_str(), static_cast<char*>(nullptr));
+    }
     execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
           portFile.c_str(), "--module", served.c_str(), "--trace", static_cast<char*>(nullptr));
     _exit(127);
   }
   pid_ = pid;
-  for (int i = 0; i < 200; ++i) {
+  for (int i = 0; i < 600; ++i) {
     std::ifstream in(portFile);
     unsigned port = 0;
     if (in >> port) {
@@ -84,6 +97,47 @@ std::string ServiceProcess::Log() const {
   return text.str();
 }
 
+std::string ServiceProcess::Control(const std::string& line) const {
+  int fd = -1;
+  bool connected = false;
+  if (tcpControl_) {
+    unsigned port = 0;
+    std::ifstream(directory_ + "/control-port") >> port;
+    Client client(static_cast<uint16_t>(port));
+    fd = client.Release();
+    connected = fd >= 0;
+  } else {
+    fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
+    connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  }
+  std::string answer;
+  if (connected) {
+    std::string request = line + "\n";
+    char c;
+    if (write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
+      while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
+    }
+  }
+  if (fd >= 0) close(fd);
+  return answer;
+}
+
+int ServiceProcess::StartWithConfig(const std::string& cardConfig, std::string* output) const {
+  std::string cards = directory_ + "/refused.conf", log = directory_ + "/refused.log";
+  std::ofstream(cards) << cardConfig;
+  std::string command = std::string("timeout 20 ") + NIVRA_CARD_SERVICE +
+                        " --listen 127.0.0.1:0 --cards " + cards + " >" + log + " 2>&1";
+  int status = std::system(command.c_str());
+  std::ifstream in(log);
+  std::stringstream text;
+  text << in.rdbuf();
+  *output = text.str();
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 int ServiceProcess::Terminate(int waitMs) {
   if (pid_ <= 0) return -1;
   kill(pid_, SIGTERM);
@@ -101,12 +155,12 @@ int ServiceProcess::Terminate(int waitMs) {
   return -1;
 }
 
-Client::Client(uint16_t port) {
+Client::Client(uint16_t port, const std::string& host) {
   int fd = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+  inet_pton(AF_INET, host.c_str(), &address.sin_addr);
   if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
     close(fd);
     return;
@@ -180,10 +234,25 @@ frames::Bytes Channel::WrapRequest(uint32_t slotId, uint16_t command,
 
 CardResult Channel::Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
                          size_t blockLength) {
+  return Exchange(client_, cipher_.Get(), WrapRequest(slotId, command, request), command,
+                  blockLength);
+}
+
+CardResult Channel::CallDevice(const std::string& device, uint16_t command,
+                               const frames::CardRequest& request, size_t blockLength) {
+  frames::Bytes inner, deviceFrame, wrapped;
+  frames::BuildCardRequest(command, request, &inner);
+  frames::BuildDeviceFrame(device, inner.data(), inner.size(), &deviceFrame);
+  frames::WrapFrame(cipher_.Get(), deviceFrame.data(), deviceFrame.size(), &wrapped);
+  return Exchange(client_, cipher_.Get(), wrapped, command, blockLength);
+}
+
+CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
+                    uint16_t command, size_t blockLength) {
   CardResult result;
   frames::Bytes answer, plain;
-  if (!client_.Send(WrapRequest(slotId, command, request)) || !client_.Receive(&answer) ||
-      frames::UnwrapFrame(cipher_.Get(), answer.data(), answer.size(), &plain) !=
+  if (!client.Send(wrapped) || !client.Receive(&answer) ||
+      frames::UnwrapFrame(cipher, answer.data(), answer.size(), &plain) !=
           frames::FrameStatus::kOk) {
     return result;
   }

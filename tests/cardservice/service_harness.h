@@ -24,8 +24,11 @@ inline constexpr char kSoPin[] = "so-8350-nivra";
 // A scratch token and a running service on a free port.
 class ServiceProcess {
  public:
-  // Serves `module` (SoftHSM2 when empty). Check ok().
-  explicit ServiceProcess(const std::string& module = {});
+  // Serves `module` (SoftHSM2 when empty); with `cardConfig`, also the devices and cards that
+  // it configures, with a control socket in the directory (`tcpControl`: a loopback TCP control
+  // port instead). Check ok().
+  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {},
+                          bool tcpControl = false);
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
   bool ok() const { return pid_ > 0; }
   bool running() const { return pid_ > 0; }
@@ -33,11 +36,17 @@ class ServiceProcess {
   const std::string& directory() const { return directory_; }
   // Everything the service has logged so far.
   std::string Log() const;
+  // One line on the control interface, and its one-line answer ("" when it cannot be reached).
+  std::string Control(const std::string& line) const;
+  // Runs the service once more on the scratch token with this card configuration, expecting it
+  // to refuse to start: its exit status and what it wrote.
+  int StartWithConfig(const std::string& cardConfig, std::string* output) const;
   // Sends SIGTERM and waits up to `waitMs`; the wait status, or -1 when it did not end.
   int Terminate(int waitMs);
 
  private:
   std::string directory_;
+  bool tcpControl_ = false;
   pid_t pid_ = -1;
   uint16_t port_ = 0;
 };
@@ -45,11 +54,17 @@ class ServiceProcess {
 // One TCP connection to the service.
 class Client {
  public:
-  explicit Client(uint16_t port);  // check connected()
+  explicit Client(uint16_t port, const std::string& host = "127.0.0.1");  // check connected()
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   bool connected() const { return fd_ >= 0; }
+  // Hands the descriptor over (-1 when not connected); the client is closed afterwards.
+  int Release() {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
   bool SendRaw(const uint8_t* data, size_t length);
   bool Send(const frames::Bytes& frame) { return SendRaw(frame.data(), frame.size()); }
   // One whole frame; false when the connection closed or failed first.
@@ -77,6 +92,9 @@ class Channel {
   Client& client() { return client_; }
   CardResult Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
                   size_t blockLength = 0);
+  // The same through a device frame to the device `device`.
+  CardResult CallDevice(const std::string& device, uint16_t command,
+                        const frames::CardRequest& request, size_t blockLength = 0);
   // The wrapped request frame as it goes on the wire.
   frames::Bytes WrapRequest(uint32_t slotId, uint16_t command, const frames::CardRequest& request);
 
@@ -85,6 +103,10 @@ class Channel {
   frames::CipherOwner cipher_;
   bool ready_ = false;
 };
+
+// Sends a wrapped request on `client` and reads its wrapped answer under `cipher`.
+CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
+                    uint16_t command, size_t blockLength);
 
 // The slot list over a fresh control connection.
 std::vector<frames::SlotRecord> SlotList(uint16_t port);

@@ -9,6 +9,10 @@
 
 #include "crypto/rsa_interface.h"
 #include "service/frames/card_commands.h"
+#include "service/frames/card_key_exchange.h"
+#include "service/frames/card_limits.h"
+#include "service/frames/device_records.h"
+#include "service/frames/mode_token.h"
 #include "service/frames/crypto_guards.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/frame_codes.h"
@@ -27,7 +31,8 @@ constexpr uint16_t kCardCommands[] = {
     kCmdCreateContainer, kCmdEnumContainers, kCmdOpenContainer, kCmdDeleteContainer,
     kCmdLoginState, kCmdVerifyPin, kCmdChangePin, kCmdUnblockPin, kCmdGenerateKeyPair,
     kCmdReadPublicKey, kCmdImportKeyPair, kCmdPrivateKeyOp, kCmdPublicKeyOp,
-    kCmdWriteCertificate, kCmdReadCertificate, kCmdInitToken, kCmdInitTokenPlain};
+    kCmdWriteCertificate, kCmdReadCertificate, kCmdInitToken, kCmdInitTokenPlain,
+    kCmdAskConfirmation, kCmdEndConfirmation, kCmdCardLimits};
 constexpr size_t kCommandCount = sizeof(kCardCommands) / sizeof(kCardCommands[0]);
 
 // A small fixed session key: the cipher paths are fuzzed, not the key.
@@ -49,8 +54,11 @@ void FuzzCardBodies(const uint8_t* data, size_t size) {
   if (ParseCardResponse(command, body, len, len, &response) == FrameStatus::kOk) {
     Bytes frame;
     const FrameStatus built = BuildCardResponse(command, 0, response, &frame);
-    // The enumeration answer keeps only the name before its first NUL; others rebuild exactly.
-    if (command != kCmdEnumContainers) {
+    // The enumeration answer keeps only the name before its first NUL, and a limits answer is
+    // rebuilt in one of its two lengths; others rebuild exactly.
+    const bool limitsOfOtherLength =
+        command == kCmdCardLimits && len != kLimitsMinBody && len != kLimitsFullBody;
+    if (command != kCmdEnumContainers && !limitsOfOtherLength) {
       Check(built == FrameStatus::kOk && frame.size() == len + kHeaderSize &&
             std::equal(frame.begin() + kHeaderSize, frame.end(), body));
     }
@@ -72,6 +80,49 @@ void FuzzSlots(const uint8_t* data, size_t size) {
     Check(BuildSlotFrame(slotId, data + 4, size - 4, &frame) == FrameStatus::kOk);
   }
   ParseSlotInfoRequest(data, size, &slotId);
+}
+
+// Lists rebuild to lists that parse to the same records.
+template <typename Record, typename Parse, typename Build>
+void FuzzList(const uint8_t* data, size_t size, Parse parse, Build build) {
+  std::vector<Record> records;
+  if (parse(data, size, &records) != FrameStatus::kOk) return;
+  Bytes frame;
+  if (build(records, &frame) != FrameStatus::kOk) return;  // a rebuilt string area may overflow
+  std::vector<Record> again;
+  Check(parse(frame.data() + kHeaderSize, frame.size() - kHeaderSize, &again) == FrameStatus::kOk);
+  Check(again.size() == records.size());
+  for (size_t i = 0; i < records.size(); ++i) {
+    Check(again[i].name == records[i].name && again[i].displayName == records[i].displayName);
+  }
+}
+
+void FuzzDevices(const uint8_t* data, size_t size) {
+  FuzzList<DeviceRecord>(data, size, ParseDeviceListBody, BuildDeviceListAnswer);
+  FuzzList<CardRecord>(data, size, ParseCardListBody, BuildCardListAnswer);
+  std::string name;
+  FrameView inner;
+  if (ParseDeviceFrameBody(data, size, &name, &inner) == FrameStatus::kOk) {
+    Bytes frame;
+    Check(BuildDeviceFrame(name, data + kNameFieldSize, size - kNameFieldSize, &frame) ==
+          FrameStatus::kOk);
+  }
+  if (ParseKeyOfferBody(data, size, &name) == FrameStatus::kOk) {
+    Bytes frame;
+    Check(BuildKeyOffer(name, &frame) == FrameStatus::kOk);
+  }
+  const uint8_t* der = nullptr;
+  size_t derLen = 0;
+  if (ParseCardKeyFrame(data, size, &der, &derLen) == FrameStatus::kOk) {
+    Check(der + derLen == data + size);
+  }
+  ParseCardSessionAck(data, size);
+  const uint8_t* encrypted = nullptr;
+  ParseCardSessionKeyFrame(data, size, size > 10 ? size - 10 : 0, &encrypted);
+  CardLimits limits;
+  ReadCardLimits(data, size, &limits);
+  bool flag = false;
+  if (size >= kModeTokenSize) ReadModeToken(data, size, &flag);
 }
 
 void FuzzSession(const uint8_t* data, size_t size) {
@@ -116,10 +167,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
   const uint8_t* rest = data + 1;
   const size_t len = size - 1;
-  switch (data[0] % 4) {
+  switch (data[0] % 5) {
     case 0: FuzzCardBodies(rest, len); break;
     case 1: FuzzSlots(rest, len); break;
     case 2: FuzzSession(rest, len); break;
+    case 4: FuzzDevices(rest, len); break;
     default: FuzzCipher(rest, len); break;
   }
   return 0;

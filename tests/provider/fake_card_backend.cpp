@@ -176,8 +176,9 @@ class FakeBackend : public CardBackend {
 
 FakeBackend serviceCards(BackendServiceCard, "svc");
 FakeBackend bluetoothCards(BackendBluetoothCard, "bt");
-CardBackendRegistration registerServiceCards(BackendServiceCard, &serviceCards);
-CardBackendRegistration registerBluetoothCards(BackendBluetoothCard, &bluetoothCards);
+// In place of the built-in service-card and Bluetooth back ends.
+CardBackendReplacement replaceServiceCards(BackendServiceCard, &serviceCards);
+CardBackendReplacement replaceBluetoothCards(BackendBluetoothCard, &bluetoothCards);
 
 }  // namespace
 

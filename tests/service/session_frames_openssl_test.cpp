@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "crypto/rsa_key.h"
+#include "service/frames/card_key_exchange.h"
 #include "service/frames/crypto_guards.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/frame_codes.h"
@@ -139,6 +140,42 @@ TEST_F(SessionFrames, ServiceSideFrameAndSecretOpenOnTheModuleSide) {
   EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 4), (Bytes{0x11, 0x90, kK + 2, 0}));
   CipherOwner cipher;
   EXPECT_EQ(Finish(frame, &cipher), FrameStatus::kOk);
+}
+
+// A service card's exchange: the card-key frame carries a DER key that OpenSSL reads, and the
+// module's 0x1002 frame, made to that key, opens on the card's side to the same session key.
+TEST_F(SessionFrames, CardKeyExchangeCarriesTheModulesSecretToTheCard) {
+  Bytes cardKey;
+  ASSERT_EQ(BuildCardKeyFrame(key_, 0, &cardKey), FrameStatus::kOk);
+  const uint8_t* der = nullptr;
+  size_t derLen = 0;
+  ASSERT_EQ(ParseCardKeyFrame(cardKey.data(), cardKey.size(), &der, &derLen), FrameStatus::kOk);
+  const uint8_t* p = der;
+  std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> pkey(
+      d2i_PublicKey(EVP_PKEY_RSA, nullptr, &p, static_cast<long>(derLen)), EVP_PKEY_free);
+  ASSERT_NE(pkey, nullptr);
+  EXPECT_EQ(EVP_PKEY_bits(pkey.get()), static_cast<int>(8 * kK));
+
+  uint8_t secret[kSessionSecretSize];
+  ASSERT_EQ(MakeSessionSecret(secret), FrameStatus::kOk);
+  Bytes frame;
+  ASSERT_EQ(BuildSessionKeyFrame(der, derLen, secret, sizeof(secret), &frame, kCmdCardSessionKey),
+            FrameStatus::kOk);
+  EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 4), (Bytes{0x02, 0x10, kK + 2, 0}));
+  const uint8_t* encrypted = nullptr;
+  ASSERT_EQ(ParseCardSessionKeyFrame(frame.data(), frame.size(), kK, &encrypted),
+            FrameStatus::kOk);
+  Bytes opened;
+  ASSERT_EQ(DecryptSessionSecret(key_, encrypted, kK, &opened), FrameStatus::kOk);
+  EXPECT_EQ(opened, Bytes(secret, secret + sizeof(secret)));
+  CipherOwner cipher;
+  EXPECT_EQ(OpenSessionSecret(opened.data(), opened.size(), cipher.Out()), FrameStatus::kOk);
+  frame[0] = 0x11;  // the channel's session-key command is not a card's
+  EXPECT_EQ(ParseCardSessionKeyFrame(frame.data(), frame.size(), kK, &encrypted),
+            FrameStatus::kBadCommand);
+  Bytes refused;
+  ASSERT_EQ(BuildCardKeyFrame(key_, 0x8010002A, &refused), FrameStatus::kOk);
+  EXPECT_EQ(refused, (Bytes{0x01, 0x90, 0, 0, 0x2A, 0, 0x10, 0x80}));
 }
 
 TEST_F(SessionFrames, MalformedSessionKeyFramesAndSecretsAreRefused) {

@@ -1,4 +1,4 @@
-#include "service/slot_operations.h"
+#include "service/card_operations.h"
 
 #include <windows.h>
 #include <wincrypt.h>
@@ -14,7 +14,8 @@
 #include "pkcs11/rsa_blocks.h"
 #include "platform/named_mutex.h"
 #include "service/frames/frame_codes.h"
-#include "service/slot_commands.h"
+#include "service/card_command.h"
+#include "service/string_convert.h"
 
 namespace nivra::service {
 
@@ -25,14 +26,12 @@ using frames::CardResponse;
 using provider::kMaxModulusBytes;
 using provider::kOk;
 
-constexpr char kCardLockPrefix[] = "NivraCSP_P11_";
-constexpr size_t kCardLockNameChars = 260;
 constexpr char kDefaultContainer[] = "DefaultContainer";
 constexpr uint32_t kCardPublicExponent = 0x10001;
 
-CardRequest KeyRequest(const SlotDevice& device, uint32_t keySpec) {
+CardRequest KeyRequest(RemoteCard& card, uint32_t keySpec) {
   CardRequest request;
-  request.handle = static_cast<uint32_t>(device.container);
+  request.handle = static_cast<uint32_t>(card.Container());
   request.keySpec = keySpec;
   return request;
 }
@@ -47,28 +46,16 @@ Status StorePublicKey(ProviderContext& ctx, uint32_t keySpec, const frames::Publ
   return kOk;
 }
 
-Status OpenByName(ProviderContext& ctx, SlotDevice& device) {
-  CardRequest request;
-  request.text = ctx.containerName;
-  CardResponse response;
-  Status status = SlotCommand(ctx, device, frames::kCmdOpenContainer, request, &response);
-  if (status != kOk) return status;
-  device.container = response.value;
-  if (ctx.containerName[0] == '\0' && response.name.size() < sizeof(ctx.containerName)) {
-    std::memcpy(ctx.containerName, response.name.c_str(), response.name.size() + 1);
-  }
-  return kOk;
-}
 
-void ForgetResult(SlotDevice& device) { pkcs11::ForgetCachedRequest(device.cache); }
+void ForgetResult(RemoteCard& card) { pkcs11::ForgetCachedRequest(card.ResultCache()); }
 
 // Runs 0x2024 or 0x2025 on block[0..k) into raw.
-Status RawOperation(ProviderContext& ctx, SlotDevice& device, uint16_t command, uint32_t keySpec,
+Status RawOperation(ProviderContext& ctx, RemoteCard& card, uint16_t command, uint32_t keySpec,
                     const uint8_t* block, uint32_t k, uint8_t* raw) {
-  CardRequest request = KeyRequest(device, keySpec);
+  CardRequest request = KeyRequest(card, keySpec);
   request.data.assign(block, block + k);
   CardResponse response;
-  Status status = SlotCommand(ctx, device, command, request, &response, k);
+  Status status = CardCommand(ctx, card, command, request, &response, k);
   crypto::Wipe(request.data.data(), request.data.size());
   if (status != kOk) return status;
   std::memcpy(raw, response.data.data(), k);
@@ -80,79 +67,97 @@ uint32_t ModulusBytes(const provider::CardKeyPair& pair) { return (pair.modulusB
 
 }  // namespace
 
-Status SlotOpenContainer(ProviderContext& ctx, SlotDevice& device, uint32_t flags) {
+Status RemoteOpenByName(ProviderContext& ctx, RemoteCard& card) {
+  CardRequest request;
+  request.text = ctx.containerName;
+  CardResponse response;
+  Status status = CardCommand(ctx, card, frames::kCmdOpenContainer, request, &response);
+  if (status != kOk) return status;
+  card.Container() = response.value;
+  if (ctx.containerName[0] == '\0' && response.name.size() < sizeof(ctx.containerName)) {
+    std::memcpy(ctx.containerName, response.name.c_str(), response.name.size() + 1);
+  }
+  return kOk;
+}
+
+Status RemoteOpenContainer(ProviderContext& ctx, RemoteCard& card, uint32_t flags) {
   if (ctx.verifyOnly) return kOk;
-  std::string lockName = std::string(kCardLockPrefix) + device.slot->name;
-  if (lockName.size() > kCardLockNameChars) lockName.resize(kCardLockNameChars);
-  if (provider::OpenContextLock(ctx, lockName) != kOk) return provider::kNteSysErr;
+  if (provider::OpenContextLock(ctx, card.LockName()) != kOk) return provider::kNteSysErr;
   platform::NamedMutexLock cardLock(ctx.contextLock);
 
   const bool create = flags & CRYPT_NEWKEYSET;
   const bool remove = flags & CRYPT_DELETEKEYSET;
-  if (device.container == 0) {
+  if (card.Container() == 0) {
     if (ctx.containerName[0] == '\0' && (create || remove)) {
       std::memset(ctx.containerName, 0, sizeof(ctx.containerName));
       std::memcpy(ctx.containerName, kDefaultContainer, sizeof(kDefaultContainer));
     }
     if (create) {
-      if (OpenByName(ctx, device) == kOk) {
-        device.container = 0;
+      if (RemoteOpenByName(ctx, card) == kOk) {
+        card.Container() = 0;
         return pkcs11::kNteExists;
       }
       CardRequest request;
       request.text = ctx.containerName;
       CardResponse response;
-      Status status = SlotCommand(ctx, device, frames::kCmdCreateContainer, request, &response);
+      Status status = CardCommand(ctx, card, frames::kCmdCreateContainer, request, &response);
       if (status != kOk) return status;
-      device.container = response.value;
+      card.Container() = response.value;
     } else {
-      Status status = OpenByName(ctx, device);
+      Status status = RemoteOpenByName(ctx, card);
       if (status != kOk) return status;
     }
   }
   if (remove) {
     CardRequest request;
-    request.handle = static_cast<uint32_t>(device.container);
-    return SlotCommand(ctx, device, frames::kCmdDeleteContainer, request, nullptr);
+    request.handle = static_cast<uint32_t>(card.Container());
+    return CardCommand(ctx, card, frames::kCmdDeleteContainer, request, nullptr);
   }
   return kOk;
 }
 
-Status SlotEnumContainers(ProviderContext& ctx, SlotDevice& device, bool restart) {
-  device.remoteEnumIndex = restart ? 0 : device.remoteEnumIndex + 1;
+Status RemoteEnumContainers(ProviderContext& ctx, RemoteCard& card, bool restart) {
+  card.EnumIndex() = restart ? 0 : card.EnumIndex() + 1;
   CardRequest request;
-  request.index = device.remoteEnumIndex;
+  request.index = card.EnumIndex();
   CardResponse response;
-  Status status = SlotCommand(ctx, device, frames::kCmdEnumContainers, request, &response);
+  Status status = CardCommand(ctx, card, frames::kCmdEnumContainers, request, &response);
   if (status != kOk) return status;
+  if (card.AnsiContainerNames()) {
+    RequestBuffers list;
+    size_t ansiLength = 0;
+    const char* ansi = Utf8ToAnsi(response.name.c_str(), &ansiLength, &list);
+    if (ansi == nullptr) return provider::kNteNoMemory;
+    response.name.assign(ansi, ansiLength);
+  }
   const size_t length = std::min(response.name.size(), sizeof(ctx.enumName) - 1);
   std::memset(ctx.enumName, 0, sizeof(ctx.enumName));
   std::memcpy(ctx.enumName, response.name.data(), length);
   return kOk;
 }
 
-Status SlotReadPublicKey(ProviderContext& ctx, SlotDevice& device, uint32_t keySpec) {
+Status RemoteReadPublicKey(ProviderContext& ctx, RemoteCard& card, uint32_t keySpec) {
   CardResponse response;
-  Status status = SlotCommand(ctx, device, frames::kCmdReadPublicKey,
-                              KeyRequest(device, keySpec), &response);
+  Status status = CardCommand(ctx, card, frames::kCmdReadPublicKey,
+                              KeyRequest(card, keySpec), &response);
   return status != kOk ? status : StorePublicKey(ctx, keySpec, response.publicKey);
 }
 
-Status SlotGenKeyPair(ProviderContext& ctx, SlotDevice& device, uint32_t keySpec, uint32_t bits) {
-  CardRequest request = KeyRequest(device, keySpec);
+Status RemoteGenKeyPair(ProviderContext& ctx, RemoteCard& card, uint32_t keySpec, uint32_t bits) {
+  CardRequest request = KeyRequest(card, keySpec);
   request.bits = bits;
   request.exponent = kCardPublicExponent;
   CardResponse response;
-  ForgetResult(device);
-  Status status = SlotCommand(ctx, device, frames::kCmdGenerateKeyPair, request, &response);
+  ForgetResult(card);
+  Status status = CardCommand(ctx, card, frames::kCmdGenerateKeyPair, request, &response);
   return status != kOk ? status : StorePublicKey(ctx, keySpec, response.publicKey);
 }
 
-Status SlotPrivateKeyOp(ProviderContext& ctx, SlotDevice& device, uint32_t keySpec,
+Status RemotePrivateKeyOp(ProviderContext& ctx, RemoteCard& card, uint32_t keySpec,
                         uint32_t mode, const uint8_t* in, uint32_t inLen, uint8_t* out,
                         uint32_t* outLen) {
   if (outLen == nullptr) return provider::kErrInvalidParameter;
-  Status status = SlotReadPublicKey(ctx, device, keySpec);
+  Status status = RemoteReadPublicKey(ctx, card, keySpec);
   if (status != kOk) return status;
   const uint32_t k = ModulusBytes(ctx.KeyPair(keySpec));
   if (k == 0 || k > kMaxModulusBytes) return provider::kNteBadKeyset;
@@ -166,17 +171,17 @@ Status SlotPrivateKeyOp(ProviderContext& ctx, SlotDevice& device, uint32_t keySp
   if (check == pkcs11::OutputCheck::kAnswered) return status;
 
   uint8_t raw[kMaxModulusBytes];
-  if (const uint8_t* cached = pkcs11::CachedResult(device.cache, keySpec, mode, in, inLen)) {
+  if (const uint8_t* cached = pkcs11::CachedResult(card.ResultCache(), keySpec, mode, in, inLen)) {
     std::memcpy(raw, cached, k);
   } else {
-    pkcs11::CacheRequest(device.cache, keySpec, mode, in, inLen);
-    status = RawOperation(ctx, device, frames::kCmdPrivateKeyOp, keySpec, block, k, raw);
+    pkcs11::CacheRequest(card.ResultCache(), keySpec, mode, in, inLen);
+    status = RawOperation(ctx, card, frames::kCmdPrivateKeyOp, keySpec, block, k, raw);
     crypto::Wipe(block, sizeof(block));
     if (status != kOk) {
-      ForgetResult(device);
+      ForgetResult(card);
       return status;
     }
-    pkcs11::CacheResult(device.cache, raw, k);
+    pkcs11::CacheResult(card.ResultCache(), raw, k);
   }
   if (mode == provider::CardModeEncryption) {
     status = pkcs11::ReturnUnpadded(crypto::Pkcs1UnpadType2, raw, k, out, outLen);
@@ -191,12 +196,12 @@ Status SlotPrivateKeyOp(ProviderContext& ctx, SlotDevice& device, uint32_t keySp
   return status;
 }
 
-Status SlotPublicKeyOp(ProviderContext& ctx, SlotDevice& device, const KeyObject& key,
+Status RemotePublicKeyOp(ProviderContext& ctx, RemoteCard& card, const KeyObject& key,
                        uint32_t mode, const uint8_t* in, uint32_t inLen, uint8_t* out,
                        uint32_t* outLen) {
   if (outLen == nullptr) return provider::kErrInvalidParameter;
   const uint32_t keySpec = key.algId;
-  Status status = SlotReadPublicKey(ctx, device, keySpec);
+  Status status = RemoteReadPublicKey(ctx, card, keySpec);
   if (status != kOk) return status;
   const uint32_t k = ModulusBytes(ctx.KeyPair(keySpec));
   if (k == 0 || k > kMaxModulusBytes) return provider::kNteBadKeyset;
@@ -212,7 +217,7 @@ Status SlotPublicKeyOp(ProviderContext& ctx, SlotDevice& device, const KeyObject
              : pkcs11::TakeInputBlock(in, inLen, k, out, outLen, block, &status);
   if (check == pkcs11::OutputCheck::kAnswered) return status;
   uint8_t raw[kMaxModulusBytes];
-  status = RawOperation(ctx, device, frames::kCmdPublicKeyOp, keySpec, block, k, raw);
+  status = RawOperation(ctx, card, frames::kCmdPublicKeyOp, keySpec, block, k, raw);
   if (status != kOk) return status;
   if (mode == provider::CardModeSignature) {
     return pkcs11::ReturnUnpadded(crypto::Pkcs1UnpadType1, raw, k, out, outLen);
@@ -220,30 +225,30 @@ Status SlotPublicKeyOp(ProviderContext& ctx, SlotDevice& device, const KeyObject
   return pkcs11::ReturnReversed(raw, k, out, outLen, provider::kNteBadData);
 }
 
-Status SlotImportKeyPair(ProviderContext& ctx, SlotDevice& device, const KeyObject& key,
+Status RemoteImportKeyPair(ProviderContext& ctx, RemoteCard& card, const KeyObject& key,
                          const uint8_t* blob, uint32_t len) {
-  CardRequest request = KeyRequest(device, key.algId);
+  CardRequest request = KeyRequest(card, key.algId);
   request.data.assign(blob, blob + len);
-  ForgetResult(device);
+  ForgetResult(card);
   std::memset(&ctx.KeyPair(key.algId), 0, sizeof(provider::CardKeyPair));
-  Status status = SlotCommand(ctx, device, frames::kCmdImportKeyPair, request, nullptr);
+  Status status = CardCommand(ctx, card, frames::kCmdImportKeyPair, request, nullptr);
   crypto::Wipe(request.data.data(), request.data.size());
   return status;
 }
 
-Status SlotWriteCert(ProviderContext& ctx, SlotDevice& device, uint32_t keySpec,
+Status RemoteWriteCert(ProviderContext& ctx, RemoteCard& card, uint32_t keySpec,
                      const uint8_t* der, uint32_t len) {
-  CardRequest request = KeyRequest(device, keySpec);
+  CardRequest request = KeyRequest(card, keySpec);
   request.data.assign(der, der + len);
-  return SlotCommand(ctx, device, frames::kCmdWriteCertificate, request, nullptr);
+  return CardCommand(ctx, card, frames::kCmdWriteCertificate, request, nullptr);
 }
 
-Status SlotReadCert(ProviderContext& ctx, SlotDevice& device, uint32_t keySpec, uint8_t* out,
+Status RemoteReadCert(ProviderContext& ctx, RemoteCard& card, uint32_t keySpec, uint8_t* out,
                     uint32_t* len) {
   if (len == nullptr) return provider::kErrInvalidParameter;
   CardResponse response;
-  Status status = SlotCommand(ctx, device, frames::kCmdReadCertificate,
-                              KeyRequest(device, keySpec), &response);
+  Status status = CardCommand(ctx, card, frames::kCmdReadCertificate,
+                              KeyRequest(card, keySpec), &response);
   if (status != kOk) return status;
   const uint32_t size = static_cast<uint32_t>(response.data.size());
   const bool fits = out != nullptr && *len >= size;
@@ -253,7 +258,7 @@ Status SlotReadCert(ProviderContext& ctx, SlotDevice& device, uint32_t keySpec, 
   return tooSmall ? provider::kNteNoMemory : kOk;
 }
 
-Status SlotPinCommand(ProviderContext& ctx, SlotDevice& device, uint32_t kind, const char* first,
+Status RemotePinCommand(ProviderContext& ctx, RemoteCard& card, uint32_t kind, const char* first,
                       const char* second) {
   const uint16_t command = kind == kPinChange    ? frames::kCmdChangePin
                            : kind == kPinUnblock ? frames::kCmdUnblockPin
@@ -261,14 +266,14 @@ Status SlotPinCommand(ProviderContext& ctx, SlotDevice& device, uint32_t kind, c
   CardRequest request;
   request.text = first != nullptr ? first : "";
   request.text2 = second != nullptr ? second : "";
-  Status status = SlotCommand(ctx, device, command, request, nullptr);
+  Status status = CardCommand(ctx, card, command, request, nullptr);
   crypto::Wipe(request.text.data(), request.text.size());
   crypto::Wipe(request.text2.data(), request.text2.size());
   return status;
 }
 
-Status SlotInitTokenPlain(ProviderContext& ctx, SlotDevice& device) {
-  return SlotCommand(ctx, device, frames::kCmdInitTokenPlain, {}, nullptr);
+Status RemoteInitTokenPlain(ProviderContext& ctx, RemoteCard& card) {
+  return CardCommand(ctx, card, frames::kCmdInitTokenPlain, {}, nullptr);
 }
 
 }  // namespace nivra::service

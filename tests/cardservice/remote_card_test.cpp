@@ -1,0 +1,184 @@
+// Service cards on their own loopback addresses: the card's side of the key exchange, card
+// commands with no outer frame, broken clients on the new listeners, and the configuration that
+// the service refuses to start with.
+#include "service/frames/card_key_exchange.h"
+#include "service/frames/confirmation_state.h"
+#include "service/frames/device_records.h"
+#include "service/frames/session_handshake.h"
+#include "tests/cardservice/remote_harness.h"
+
+namespace nivra::cardtest {
+namespace {
+
+using CardTest = RemoteTest;
+
+TEST_F(CardTest, KeyExchangeIsTakenOnlyForTheCardOfTheAddress) {
+  struct Case {
+    const char* offered;
+    bool onDesk;  // connect to desk-1's address, else desk-2's
+    uint32_t status;
+  };
+  const Case cases[] = {
+      {kDesk, true, 0},
+      {kSpare, false, 0},
+      {kSpare, true, kScardUnknownCard},  // another card's name on this address
+      {"", true, kScardUnknownCard},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.offered) + (c.onDesk ? " on desk-1" : " on desk-2"));
+    CardSession session(c.onDesk ? desk_ : spare_, c.offered);
+    EXPECT_EQ(session.offerStatus(), c.status);
+    if (c.status != 0) {
+      // A refused offer ends the connection.
+      EXPECT_TRUE(session.client().ClosedByService());
+      continue;
+    }
+    ASSERT_TRUE(session.Establish());
+    EXPECT_EQ(session.Call(frames::kCmdLoginState).status, 0u);
+  }
+}
+
+TEST_F(CardTest, UnusableSessionKeyIsRefusedAndEndsTheConnection) {
+  frames::Bytes good(frames::kSessionSecretSize);
+  ASSERT_EQ(frames::MakeSessionSecret(good.data()), frames::FrameStatus::kOk);
+  frames::Bytes badCheck = good;
+  badCheck.back() ^= 1;
+  struct Case {
+    const char* name;
+    frames::Bytes secret;
+  };
+  const Case cases[] = {
+      {"23 bytes", frames::Bytes(good.begin(), good.end() - 1)},
+      {"25 bytes", [&] { frames::Bytes b = good; b.push_back(0); return b; }()},
+      {"check block of another key", badCheck},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    CardSession session(desk_, kDesk);
+    ASSERT_EQ(session.offerStatus(), 0u);
+    EXPECT_EQ(session.SendSecret(c.secret), kNteBadData);
+    EXPECT_TRUE(session.client().ClosedByService());
+  }
+}
+
+TEST_F(CardTest, CardCommandsRunOnOneSessionAfterAConfirmationOrAPin) {
+  CardSession session(desk_, kDesk);
+  ASSERT_TRUE(session.Establish());
+  EXPECT_EQ(session.Call(frames::kCmdCreateContainer, [] {
+              frames::CardRequest r;
+              r.text = "desk-keys";
+              return r;
+            }()).status,
+            kScardNotAuthenticated);
+  // Unlocked by a person ...
+  frames::CardRequest ask;
+  ask.reason = 1;
+  EXPECT_TRUE(frames::ReadConfirmation(session.Call(frames::kCmdAskConfirmation, ask).response.value)
+                  .pending);
+  ASSERT_EQ(service_->Control(std::string("confirm ") + kDesk), "ok");
+  frames::CardRequest name;
+  name.text = "desk-keys";
+  CardResult created = session.Call(frames::kCmdCreateContainer, name);
+  ASSERT_EQ(created.status, 0u);
+  // ... two key generations in a row on the one session ...
+  CardCaller call = [&](uint16_t command, const frames::CardRequest& request, size_t length) {
+    return session.Call(command, request, length);
+  };
+  for (uint32_t keySpec : {kAtSignature, kAtKeyExchange}) {
+    SCOPED_TRACE(keySpec);
+    GenerateAndSign(call, created.response.value, keySpec);
+  }
+  // ... and the other card of the same token by its PIN.
+  CardSession spare(spare_, kSpare);
+  ASSERT_TRUE(spare.Establish());
+  frames::CardRequest pin;
+  pin.text = kUserPin;
+  EXPECT_EQ(spare.Call(frames::kCmdVerifyPin, pin).response.value, 1u);
+  EXPECT_TRUE(frames::ReadConfirmation(spare.Call(frames::kCmdLoginState).response.value)
+                  .authenticated);
+  name.text = "";
+  EXPECT_EQ(spare.Call(frames::kCmdOpenContainer, name).response.name, "desk-keys");
+}
+
+TEST_F(CardTest, BrokenClientsOnTheNewListenersAreClosedAlone) {
+  // A healthy session on each listener stays usable throughout.
+  CardSession bystander(desk_, kDesk);
+  ASSERT_TRUE(bystander.Establish());
+  auto channel = Open();
+  frames::Bytes unknownCommand, halfFrame, sessionKeyFirst, deviceFrame;
+  frames::BuildFrame(0x3333, 0, nullptr, 0, &unknownCommand);
+  const uint8_t announced[] = {0x01, 0x10, 100, 0, 0, 0, 0, 0, 1, 2, 3};
+  halfFrame.assign(announced, announced + sizeof announced);
+  frames::BuildFrame(frames::kCmdCardSessionKey, 0, announced, sizeof announced, &sessionKeyFirst);
+  frames::BuildDeviceFrame(kPhone, unknownCommand.data(), unknownCommand.size(), &deviceFrame);
+  struct Case {
+    const char* name;
+    bool cardAddress;
+    frames::Bytes bytes;
+    bool hangUp;  // the client leaves after sending
+    const char* logged;
+  };
+  const Case cases[] = {
+      {"unwrapped command on a card", true, unknownCommand, false,
+       "garbage from the client: a card command before the key exchange"},
+      {"session key before the offer", true, sessionKeyFirst, false,
+       "garbage from the client: a session key before the key offer"},
+      {"half a frame, then gone", true, halfFrame, true, "client disconnected mid-frame"},
+      {"device frame before the handshake", false, deviceFrame, false,
+       "garbage from the client: device frame before the handshake"},
+      {"device list with a body", false,
+       [&] { frames::Bytes b; frames::BuildFrame(frames::kCmdDeviceList, 0, announced, 2, &b);
+            return b; }(),
+       false, "garbage from the client: device list with a body"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    {
+      auto client = c.cardAddress ? std::make_unique<Client>(kCardPort, desk_)
+                                  : std::make_unique<Client>(service_->port());
+      ASSERT_TRUE(client->connected());
+      ASSERT_TRUE(client->Send(c.bytes));
+      if (!c.hangUp) {
+        EXPECT_TRUE(client->ClosedByService());
+      }
+    }
+    EXPECT_EQ(bystander.Call(frames::kCmdLoginState).status, 0u);
+    EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdLoginState, {}).status, 0u);
+  }
+  // Every connection thread has logged once the service has stopped.
+  int status = service_->Terminate(10000);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
+  std::string log = service_->Log();
+  for (const Case& c : cases) EXPECT_NE(log.find(c.logged), std::string::npos) << c.logged;
+}
+
+using ConfigTest = ServiceTest;
+
+TEST_F(ConfigTest, ServiceRefusesToStartWithABadCardConfiguration) {
+  const std::string token = std::string(" token=") + kTokenLabel;
+  struct Case {
+    std::string config;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"phone" + token + "\n", "refused.conf:1: a line starts with 'device' or 'card'"},
+      {"device a" + token + " colour=red\n", ":1: unknown setting 'colour'"},
+      {"\n# comment\ndevice a pin=1\n", ":3: token=LABEL is required"},
+      {"device a token=no-such-token\n", "no token labelled 'no-such-token' for a"},
+      {"device " + std::string(40, 'n') + token + "\n", ":1: a name has 1 to 39 bytes"},
+      {"card c" + token + " address=10.0.0.1\n", "must be a loopback address"},
+      {"device a" + token + " address=127.0.0.9\n", "only a card has an address"},
+      {"device a" + token + " max-key=70000\n", "bad value for max-key: '70000'"},
+      {"device a" + token + "\ncard a" + token + "\n", "the name a is used twice"},
+      {"device a" + token + " display=\"open\n", ":1: a quote is not closed"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.config);
+    std::string output;
+    EXPECT_EQ(service_->StartWithConfig(c.config, &output), 1);
+    EXPECT_NE(output.find(c.message), std::string::npos) << output;
+  }
+}
+
+}  // namespace
+}  // namespace nivra::cardtest

@@ -1,0 +1,220 @@
+// Bluetooth devices as the provider meets them: the device list, the confirmation that a person
+// gives, refuses or never gives on the control interface, card commands through device frames,
+// and the limits answer.
+#include "service/frames/confirmation_state.h"
+#include "service/frames/device_records.h"
+#include "tests/cardservice/remote_harness.h"
+
+namespace nivra::cardtest {
+namespace {
+
+using DeviceTest = RemoteTest;
+
+constexpr uint32_t kReason = 7;
+
+frames::Bytes ListAnswer(uint16_t port, const frames::Bytes& request) {
+  Client control(port);
+  frames::Bytes answer;
+  EXPECT_TRUE(control.Send(request) && control.Receive(&answer));
+  return answer;
+}
+
+frames::ConfirmationState State(Channel& channel, const std::string& device, uint16_t command,
+                                uint32_t reason = 0) {
+  frames::CardRequest request;
+  request.reason = reason;
+  CardResult result = channel.CallDevice(device, command, request);
+  EXPECT_TRUE(result.transported);
+  EXPECT_EQ(result.status, 0u);
+  return frames::ReadConfirmation(result.response.value);
+}
+
+TEST_F(DeviceTest, ListsNameEveryDeviceAndCardWithItsDisplayNameAndAddress) {
+  frames::Bytes answer = ListAnswer(service_->port(), frames::BuildDeviceListRequest());
+  ASSERT_EQ(frames::ReadHeader(answer.data()).command, frames::kCmdDeviceListAnswer);
+  std::vector<frames::DeviceRecord> devices;
+  ASSERT_EQ(frames::ParseDeviceListBody(answer.data() + frames::kHeaderSize,
+                                        answer.size() - frames::kHeaderSize, &devices),
+            frames::FrameStatus::kOk);
+  ASSERT_EQ(devices.size(), 2u);
+  EXPECT_EQ(devices[0].name, kPhone);
+  EXPECT_EQ(devices[0].displayName, "Anna's phone");
+  EXPECT_EQ(devices[1].name, kOldPhone);
+  EXPECT_EQ(devices[1].displayName, kOldPhone);  // no display name: the name is shown
+
+  answer = ListAnswer(service_->port(), frames::BuildCardListRequest());
+  ASSERT_EQ(frames::ReadHeader(answer.data()).command, frames::kCmdCardListAnswer);
+  std::vector<frames::CardRecord> cards;
+  ASSERT_EQ(frames::ParseCardListBody(answer.data() + frames::kHeaderSize,
+                                      answer.size() - frames::kHeaderSize, &cards),
+            frames::FrameStatus::kOk);
+  ASSERT_EQ(cards.size(), 2u);
+  EXPECT_EQ(cards[0].name, kDesk);
+  EXPECT_EQ(cards[0].displayName, "Desk card");
+  EXPECT_EQ(cards[0].address, desk_);
+  EXPECT_EQ(cards[1].address, spare_);
+  // The published slots stay as they were.
+  EXPECT_FALSE(SlotList(service_->port()).empty());
+}
+
+TEST_F(DeviceTest, ConfirmationIsGivenRefusedOrNeverComes) {
+  auto channel = Open();
+  struct Case {
+    const char* name;
+    const char* answer;  // what the person does on the control interface; null: nothing
+    bool endsWait;       // the client gives up with 0x2014 first
+    const char* controlReply;
+    bool unlocked;
+  };
+  // In this order: only the last unlocks the device.
+  const Case cases[] = {
+      {"never", nullptr, true, nullptr, false},
+      {"refused", "refuse", false, "ok", false},
+      {"confirmed", "confirm", false, "ok", true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    frames::ConfirmationState idle = State(*channel, kPhone, frames::kCmdLoginState);
+    EXPECT_FALSE(idle.authenticated);
+    EXPECT_FALSE(idle.pending);
+    frames::ConfirmationState asked =
+        State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
+    EXPECT_FALSE(asked.authenticated);
+    EXPECT_TRUE(asked.pending);
+    EXPECT_TRUE(State(*channel, kPhone, frames::kCmdLoginState).pending);
+    EXPECT_EQ(service_->Control("pending"), std::string("ok ") + kPhone);
+    if (c.endsWait) {
+      frames::ConfirmationState ended = State(*channel, kPhone, frames::kCmdEndConfirmation);
+      EXPECT_FALSE(ended.pending);
+      EXPECT_FALSE(ended.authenticated);
+      // A late answer finds nothing to answer.
+      EXPECT_EQ(service_->Control(std::string("confirm ") + kPhone),
+                std::string("error: no confirmation is pending for ") + kPhone);
+    } else {
+      EXPECT_EQ(service_->Control(std::string(c.answer) + " " + kPhone), c.controlReply);
+    }
+    frames::ConfirmationState after = State(*channel, kPhone, frames::kCmdLoginState);
+    EXPECT_EQ(after.authenticated, c.unlocked);
+    EXPECT_FALSE(after.pending);
+    frames::CardRequest create;
+    create.text = std::string("box-") + c.name;
+    EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdCreateContainer, create).status,
+              c.unlocked ? 0u : kScardNotAuthenticated);
+  }
+  std::string log = service_->Log();
+  EXPECT_NE(log.find(std::string("CONFIRM? device ") + kPhone + " (\"Anna's phone\")"),
+            std::string::npos);
+  EXPECT_NE(log.find("confirm phone-1' or 'refuse phone-1'"), std::string::npos);
+}
+
+TEST_F(DeviceTest, ConfirmationHoldsForTheDeviceUntilItsTokenLogsOut) {
+  auto first = Open();
+  State(*first, kPhone, frames::kCmdAskConfirmation, kReason);
+  ASSERT_EQ(service_->Control(std::string("confirm ") + kPhone), "ok");
+  // Another connection (another process of the provider) finds the device unlocked.
+  auto second = Open();
+  EXPECT_TRUE(State(*second, kPhone, frames::kCmdLoginState).authenticated);
+  // The confirmation unlocks the device, not the published slot of the same token.
+  EXPECT_EQ(Call(*second, frames::kCmdLoginState).response.value, 0u);
+  // A wrong PIN on the slot makes the token judge it: its login ends, and the device's with it.
+  EXPECT_EQ(Text(*second, frames::kCmdVerifyPin, "wrong-pin").response.value, 0u);
+  frames::ConfirmationState after = State(*first, kPhone, frames::kCmdLoginState);
+  EXPECT_FALSE(after.authenticated);
+  EXPECT_FALSE(after.pending);
+}
+
+class TcpControlTest : public RemoteTest {
+  bool TcpControl() override { return true; }
+};
+
+TEST_F(TcpControlTest, ConfirmationIsAnsweredOnTheLoopbackControlPort) {
+  auto channel = Open();
+  State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
+  EXPECT_EQ(service_->Control("pending"), std::string("ok ") + kPhone);
+  EXPECT_EQ(service_->Control(std::string("confirm ") + kPhone), "ok");
+  EXPECT_TRUE(State(*channel, kPhone, frames::kCmdLoginState).authenticated);
+}
+
+TEST_F(DeviceTest, ControlInterfaceRefusesWhatItCannotDo) {
+  auto channel = Open();
+  State(*channel, kOldPhone, frames::kCmdAskConfirmation, kReason);
+  struct Case {
+    std::string line;
+    std::string reply;
+  };
+  const Case cases[] = {
+      {"confirm phone-1", "error: no confirmation is pending for phone-1"},
+      {"refuse nobody", "error: no device or card is called nobody"},
+      {"unlock phone-2", "error: commands are 'confirm NAME', 'refuse NAME' and 'pending'"},
+      {"confirm", "error: commands are 'confirm NAME', 'refuse NAME' and 'pending'"},
+      {"pending", "ok phone-2"},
+      // The token refuses the configured PIN: the request is answered, the device stays locked.
+      {"confirm phone-2", "error: the token refused the configured PIN of phone-2"},
+      {"pending", "ok"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.line);
+    EXPECT_EQ(service_->Control(c.line), c.reply);
+  }
+  frames::ConfirmationState state = State(*channel, kOldPhone, frames::kCmdLoginState);
+  EXPECT_FALSE(state.authenticated);
+  EXPECT_FALSE(state.pending);
+}
+
+TEST_F(DeviceTest, CardCommandsRunThroughDeviceFrames) {
+  auto channel = Open();
+  State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
+  ASSERT_EQ(service_->Control(std::string("confirm ") + kPhone), "ok");
+  frames::CardRequest name;
+  name.text = "phone-keys";
+  CardResult created = channel->CallDevice(kPhone, frames::kCmdCreateContainer, name);
+  ASSERT_EQ(created.status, 0u);
+  GenerateAndSign(
+      [&](uint16_t command, const frames::CardRequest& request, size_t length) {
+        return channel->CallDevice(kPhone, command, request, length);
+      },
+      created.response.value, kAtSignature);
+  // The container is on the token, where the published slot sees it too.
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "phone-keys").status, 0u);
+  // A device frame for a device the service does not present is answered, not fatal.
+  CardResult unknown = channel->CallDevice("phone-9", frames::kCmdLoginState, {});
+  EXPECT_TRUE(unknown.transported);
+  EXPECT_EQ(unknown.status, kScardReaderUnavailable);
+  EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdLoginState, {}).status, 0u);
+}
+
+TEST_F(DeviceTest, LimitsAnswerIsConfiguredPerDevice) {
+  auto channel = Open();
+  struct Case {
+    const char* device;
+    frames::CardLimits expected;
+  };
+  // loaded, default, min, max, step, min PIN, max PIN, flags present, flags. The service reports
+  // 16384 as configured; cutting it is the module's business.
+  const Case cases[] = {
+      {kPhone, {1, 3072, 2048, 16384, 1024, 6, 12, true, 5}},
+      {kOldPhone, {1, 2048, 1024, 4096, 8, 4, 64, true, 0}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.device);
+    CardResult limits = channel->CallDevice(c.device, frames::kCmdCardLimits, {});
+    ASSERT_EQ(limits.status, 0u);
+    const frames::CardLimits& got = limits.response.limits;
+    EXPECT_EQ(got.loaded, c.expected.loaded);
+    EXPECT_EQ(got.defaultBits, c.expected.defaultBits);
+    EXPECT_EQ(got.minBits, c.expected.minBits);
+    EXPECT_EQ(got.maxBits, c.expected.maxBits);
+    EXPECT_EQ(got.incrementBits, c.expected.incrementBits);
+    EXPECT_EQ(got.minPin, c.expected.minPin);
+    EXPECT_EQ(got.maxPin, c.expected.maxPin);
+    EXPECT_EQ(got.hasPinFlags, c.expected.hasPinFlags);
+    EXPECT_EQ(got.pinFlags, c.expected.pinFlags);
+  }
+  // Published slots have no limits answer and no confirmation.
+  for (uint16_t command : {frames::kCmdCardLimits, frames::kCmdAskConfirmation}) {
+    EXPECT_EQ(Call(*channel, command).status, kNteNotSupported) << std::hex << command;
+  }
+}
+
+}  // namespace
+}  // namespace nivra::cardtest

@@ -1,0 +1,349 @@
+// The provider through CryptoAPI on a Bluetooth device ("\\B\...") and a service card ("\\?\...")
+// that the real card service presents, on SoftHSM2 tokens of their own; a person's answers to the
+// confirmations are given on the service's control port by a thread of the test. Wine's own
+// software provider checks the signatures and encrypts the data that the card decrypts. The
+// provider is the test build whose ports come from the fixture and whose confirmation wait is
+// a few seconds.
+#include <gtest/gtest.h>
+#include <winsock2.h>
+#include <windows.h>
+#include <wincrypt.h>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "machine_hive.h"
+#include "service/frames/mode_token.h"
+
+namespace nivra::p11test {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr wchar_t kProviderName[] = L"Nivra pkcs11 CSP";
+constexpr char kProviderNameA[] = "Nivra pkcs11 CSP";
+constexpr DWORD kModeTokenParam = 22209;
+constexpr DWORD kDeviceCommandParam = 22206;
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string FixtureFile(const std::string& name) {
+  std::string text = ReadAll("Z:" + std::string(NIVRA_DEVICES_FIXTURE_UNIX) + "/" + name);
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  return text;
+}
+
+// One line to the service's control port and its one-line answer.
+std::string ControlLine(const std::string& line) {
+  SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<u_short>(std::stoi(FixtureFile("control-port"))));
+  std::string answer;
+  if (connect(s, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+    const std::string sent = line + "\n";
+    send(s, sent.data(), static_cast<int>(sent.size()), 0);
+    char c = 0;
+    while (recv(s, &c, 1, 0) == 1 && c != '\n') answer.push_back(c);
+  }
+  closesocket(s);
+  return answer;
+}
+
+// A person at the control interface: answers every confirmation that `name` asks for.
+class Person {
+ public:
+  Person(const std::string& action, const std::string& name)
+      : thread_([this, action, name] {
+          while (!stop_) {
+            const std::string pending = ControlLine("pending");
+            if ((pending + " ").find(" " + name + " ") != std::string::npos &&
+                ControlLine(action + " " + name).rfind("ok", 0) == 0) {
+              ++answered_;
+            }
+            Sleep(50);
+          }
+        }) {}
+  ~Person() {
+    stop_ = true;
+    thread_.join();
+  }
+  int Answered() const { return answered_; }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::atomic<int> answered_{0};
+  std::thread thread_;
+};
+
+class DeviceCards : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    WSADATA data;
+    ASSERT_EQ(WSAStartup(MAKEWORD(2, 2), &data), 0);
+    const std::string port = FixtureFile("port");
+    ASSERT_FALSE(port.empty()) << "no card service port (the CTest fixture starts it)";
+    SetEnvironmentVariableA("NIVRA_TEST_SERVICE_PORT", port.c_str());
+    SetEnvironmentVariableA("NIVRA_TEST_CARD_PORT", FixtureFile("card-port").c_str());
+    hive.RegisterProvider(kProviderName, ProgramDirectory() + L"nivracsp_svctest.dll");
+    hive.Activate();
+  }
+  void TearDown() override {
+    for (HCRYPTPROV prov : contexts) CryptReleaseContext(prov, 0);
+    hive.Deactivate();
+  }
+
+  // CryptoAPI's acquire of this provider; last error (0 on success).
+  DWORD Acquire(const std::string& container, DWORD flags, HCRYPTPROV* prov = nullptr) {
+    HCRYPTPROV handle = 0;
+    const BOOL ok = CryptAcquireContextA(&handle, container.c_str(), kProviderNameA,
+                                         PROV_RSA_FULL, flags);
+    const DWORD error = ok ? 0 : GetLastError();
+    if (ok && handle != 0) contexts.push_back(handle);
+    if (prov != nullptr) *prov = handle;
+    return error;
+  }
+
+  // Wine's own software provider.
+  HCRYPTPROV Software() {
+    HCRYPTPROV soft = 0;
+    EXPECT_TRUE(CryptAcquireContextW(&soft, nullptr, MS_ENHANCED_PROV_W, PROV_RSA_FULL,
+                                     CRYPT_VERIFYCONTEXT));
+    return soft;
+  }
+
+  Bytes PublicBlob(HCRYPTKEY key) {
+    DWORD length = 0;
+    EXPECT_TRUE(CryptExportKey(key, 0, PUBLICKEYBLOB, 0, nullptr, &length));
+    Bytes blob(length);
+    EXPECT_TRUE(CryptExportKey(key, 0, PUBLICKEYBLOB, 0, blob.data(), &length));
+    return blob;
+  }
+
+  std::vector<std::string> Containers(HCRYPTPROV prov) {
+    std::vector<std::string> names;
+    char name[256];
+    DWORD flags = CRYPT_FIRST;
+    for (DWORD length = sizeof(name);
+         CryptGetProvParam(prov, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name), &length, flags);
+         length = sizeof(name), flags = 0) {
+      names.push_back(name);
+    }
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_ITEMS));
+    return names;
+  }
+
+  PrivateMachineHive hive;
+  std::vector<HCRYPTPROV> contexts;
+  DWORD lastTokenError = 0;
+};
+
+class Roads : public DeviceCards, public ::testing::WithParamInterface<const char*> {};
+
+// Create, generate, sign, decrypt, store and read a certificate, enumerate and delete on one
+// road; the person confirms.
+TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
+  const std::string device = GetParam();
+  const std::string reader = device.rfind("phone", 0) == 0 ? "\\\\B\\" : "\\\\?\\";
+  const std::string name = "road-" + device;
+  const std::string container = reader + device + "\\" + name;
+  Person person("confirm", device);
+  Acquire(container, CRYPT_DELETEKEYSET);  // what an earlier run left
+  HCRYPTPROV prov = 0;
+  ASSERT_EQ(Acquire(container, CRYPT_NEWKEYSET, &prov), 0u);
+  EXPECT_EQ(Acquire(container, CRYPT_NEWKEYSET), static_cast<DWORD>(NTE_EXISTS));
+  // The limits as the card announces them (phone-a: 16384 bits, kept as 8192; desk-a: 4096).
+  PROV_ENUMALGS_EX row{};
+  DWORD rowLength = sizeof(row);
+  for (DWORD flags = CRYPT_FIRST; CryptGetProvParam(prov, PP_ENUMALGS_EX, reinterpret_cast<BYTE*>(&row),
+                                                    &rowLength, flags) && row.aiAlgid != CALG_RSA_SIGN;
+       flags = 0, rowLength = sizeof(row)) {
+  }
+  EXPECT_EQ(row.aiAlgid, static_cast<ALG_ID>(CALG_RSA_SIGN));
+  EXPECT_EQ(row.dwMaxLen, device == "phone-a" ? 8192u : 4096u);
+  HCRYPTKEY sign = 0, exchange = 0;
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024 << 16, &sign)) << std::hex << GetLastError();
+  ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024 << 16, &exchange)) << std::hex << GetLastError();
+
+  const Bytes message = {'r', 'o', 'a', 'd'};
+  HCRYPTHASH hash = 0;
+  ASSERT_TRUE(CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  ASSERT_TRUE(CryptHashData(hash, message.data(), static_cast<DWORD>(message.size()), 0));
+  Bytes signature(128);
+  DWORD signatureLength = static_cast<DWORD>(signature.size());
+  ASSERT_TRUE(CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature.data(), &signatureLength))
+      << std::hex << GetLastError();
+  CryptDestroyHash(hash);
+
+  HCRYPTPROV soft = Software();
+  const Bytes signBlob = PublicBlob(sign);
+  HCRYPTKEY softSign = 0;
+  ASSERT_TRUE(CryptImportKey(soft, signBlob.data(), static_cast<DWORD>(signBlob.size()), 0, 0,
+                             &softSign));
+  HCRYPTHASH softHash = 0;
+  ASSERT_TRUE(CryptCreateHash(soft, CALG_SHA1, 0, 0, &softHash));
+  ASSERT_TRUE(CryptHashData(softHash, message.data(), static_cast<DWORD>(message.size()), 0));
+  EXPECT_TRUE(CryptVerifySignatureW(softHash, signature.data(), signatureLength, softSign,
+                                    nullptr, 0))
+      << "Wine's provider refuses the card's signature";
+
+  const Bytes exchangeBlob = PublicBlob(exchange);
+  HCRYPTKEY softExchange = 0;
+  ASSERT_TRUE(CryptImportKey(soft, exchangeBlob.data(), static_cast<DWORD>(exchangeBlob.size()),
+                             0, 0, &softExchange));
+  const Bytes secret = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+  Bytes block(secret);
+  block.resize(128);
+  DWORD length = static_cast<DWORD>(secret.size());
+  ASSERT_TRUE(CryptEncrypt(softExchange, 0, TRUE, 0, block.data(), &length, 128));
+  ASSERT_TRUE(CryptDecrypt(exchange, 0, TRUE, 0, block.data(), &length)) << std::hex
+                                                                         << GetLastError();
+  EXPECT_EQ(Bytes(block.begin(), block.begin() + length), secret);
+  Bytes oaep(secret);
+  oaep.resize(128);
+  length = static_cast<DWORD>(secret.size());
+  ASSERT_TRUE(CryptEncrypt(exchange, 0, TRUE, CRYPT_OAEP, oaep.data(), &length, 128));
+  ASSERT_TRUE(CryptDecrypt(exchange, 0, TRUE, CRYPT_OAEP, oaep.data(), &length));
+  EXPECT_EQ(Bytes(oaep.begin(), oaep.begin() + length), secret);
+  std::ifstream in("Z:/usr/lib/python3/dist-packages/cryptography_vectors/x509/san_edipartyname.der",
+                   std::ios::binary);
+  const Bytes cert((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_FALSE(cert.empty());
+  ASSERT_TRUE(CryptSetKeyParam(exchange, KP_CERTIFICATE, const_cast<BYTE*>(cert.data()), 0))
+      << std::hex << GetLastError();
+  length = 0;
+  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, nullptr, &length, 0));
+  Bytes back(length);
+  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, back.data(), &length, 0));
+  EXPECT_EQ(back, cert);
+  CryptDestroyHash(softHash);
+  CryptDestroyKey(softSign);
+  CryptDestroyKey(softExchange);
+  CryptReleaseContext(soft, 0);
+  CryptDestroyKey(sign);
+  CryptDestroyKey(exchange);
+
+  const std::vector<std::string> names = Containers(prov);
+  EXPECT_NE(std::find(names.begin(), names.end(), name), names.end());
+  EXPECT_GE(person.Answered(), 1);
+  EXPECT_EQ(Acquire(container, CRYPT_DELETEKEYSET), 0u);
+  EXPECT_EQ(Acquire(container, 0), static_cast<DWORD>(NTE_BAD_KEYSET));
+}
+
+INSTANTIATE_TEST_SUITE_P(DeviceAndCard, Roads, ::testing::Values("phone-a", "desk-a"));
+
+TEST_F(DeviceCards, ConfirmationRefusedOrNeverGivenFailsTheCommand) {
+  struct Case { const char* device; const char* action; DWORD expected; };
+  for (const Case& c : {Case{"phone-r", "refuse", static_cast<DWORD>(SCARD_E_INVALID_CHV)},
+                        Case{"phone-n", "", static_cast<DWORD>(SCARD_W_CARD_NOT_AUTHENTICATED)}}) {
+    std::unique_ptr<Person> person;
+    if (c.action[0] != '\0') person = std::make_unique<Person>(c.action, c.device);
+    EXPECT_EQ(Acquire(std::string("\\\\B\\") + c.device + "\\c", CRYPT_NEWKEYSET), c.expected)
+        << c.device;
+    if (person) {
+      EXPECT_GE(person->Answered(), 1) << c.device;
+    }
+  }
+}
+
+// Confirmations that the device was asked for so far, as the service's log shows them.
+size_t ConfirmationsAsked(const std::string& device) {
+  const std::string log = ReadAll("Z:" + std::string(NIVRA_DEVICES_FIXTURE_UNIX) + "/service.log");
+  const std::string asked = "device " + device + " card command 0x2013";
+  size_t count = 0;
+  for (size_t at = log.find(asked); at != std::string::npos; at = log.find(asked, at + 1)) ++count;
+  return count;
+}
+
+// A mode token with the flag set stands for a confirmation: the next command goes to the device
+// without asking, and the device's own state decides (once a wrong PIN has locked it: a silent
+// context gets NTE_SILENT_CONTEXT, any other SCARD_W_CARD_NOT_AUTHENTICATED). A token with the
+// flag clear makes the next context ask again. Stale, tampered and misplaced tokens are refused.
+TEST_F(DeviceCards, ModeTokenStandsForAConfirmation) {
+  const std::string container = "\\\\B\\phone-m\\m";
+  {
+    Person person("confirm", "phone-m");
+    Acquire(container, CRYPT_DELETEKEYSET);
+    ASSERT_EQ(Acquire(container, CRYPT_NEWKEYSET), 0u);
+  }
+  auto withToken = [&](DWORD flags, bool flag, uint64_t age = 0, size_t touch = 0) {
+    HCRYPTPROV prov = 0;
+    EXPECT_EQ(Acquire(container, flags, &prov), 0u);
+    uint8_t token[frames::kModeTokenSize];
+    EXPECT_TRUE(frames::IssueModeToken(GetTickCount64() - age, flag, token));
+    if (touch != 0) token[touch] ^= 0x40;
+    lastTokenError = CryptSetProvParam(prov, kModeTokenParam, token, 0) ? 0 : GetLastError();
+    return prov;
+  };
+  auto genKey = [&](HCRYPTPROV prov) {
+    HCRYPTKEY key = 0;
+    if (!CryptGenKey(prov, AT_SIGNATURE, 1024 << 16, &key)) return GetLastError();
+    CryptDestroyKey(key);
+    return DWORD{0};
+  };
+  struct Case { const char* what; uint64_t age; size_t touch; DWORD expected; };
+  for (const Case& c : {Case{"stale", 5200, 0, static_cast<DWORD>(NTE_BAD_TYPE)},
+                        Case{"tampered", 0, 6, static_cast<DWORD>(NTE_BAD_TYPE)},
+                        Case{"forgetting", 0, 0, 0u}}) {
+    withToken(0, false, c.age, c.touch);
+    EXPECT_EQ(lastTokenError, c.expected) << c.what;
+  }
+  size_t asked = ConfirmationsAsked("phone-m");
+  EXPECT_EQ(genKey(withToken(0, false)), 0u);
+  EXPECT_EQ(ConfirmationsAsked("phone-m"), asked + 1) << "a forgotten device is asked again";
+  asked = ConfirmationsAsked("phone-m");
+  EXPECT_EQ(genKey(withToken(0, true)), 0u);
+  EXPECT_EQ(ConfirmationsAsked("phone-m"), asked) << "the token stands for the confirmation";
+
+  HCRYPTPROV locking = withToken(0, true);
+  const char wrongPin[] = "9999";
+  EXPECT_FALSE(CryptSetProvParam(locking, PP_SIGNATURE_PIN,
+                                 reinterpret_cast<const BYTE*>(wrongPin), 0));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(SCARD_E_INVALID_CHV));
+  EXPECT_EQ(genKey(withToken(CRYPT_SILENT, true)), static_cast<DWORD>(NTE_SILENT_CONTEXT));
+  EXPECT_EQ(genKey(withToken(0, true)), static_cast<DWORD>(SCARD_W_CARD_NOT_AUTHENTICATED));
+  EXPECT_EQ(ConfirmationsAsked("phone-m"), asked);
+
+  HCRYPTPROV card = 0;
+  uint8_t token[frames::kModeTokenSize];
+  ASSERT_TRUE(frames::IssueModeToken(GetTickCount64(), true, token));
+  ASSERT_EQ(Acquire("\\\\?\\desk-a", CRYPT_VERIFYCONTEXT, &card), 0u);
+  EXPECT_FALSE(CryptSetProvParam(card, kModeTokenParam, token, 0));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_TYPE));
+  EXPECT_FALSE(CryptSetProvParam(card, kDeviceCommandParam, nullptr, 0));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_NOT_SUPPORTED));
+}
+
+// Without a reader prefix: a silent acquire finds the container on a Bluetooth device before the
+// service cards (the container's token backs both); a verify-only acquire takes the first service
+// card. Parameter 22206 tells the kinds apart (service cards do not support it).
+TEST_F(DeviceCards, SearchWithoutReaderPrefixTakesDevicesThenCards) {
+  {
+    Person person("confirm", "phone-s");
+    Acquire("\\\\B\\phone-s\\both", CRYPT_DELETEKEYSET);
+    ASSERT_EQ(Acquire("\\\\B\\phone-s\\both", CRYPT_NEWKEYSET), 0u);
+  }
+  auto kindSupports22206 = [](HCRYPTPROV prov) {
+    return CryptSetProvParam(prov, kDeviceCommandParam, nullptr, 0) ||
+           GetLastError() != static_cast<DWORD>(NTE_NOT_SUPPORTED);
+  };
+  HCRYPTPROV silent = 0;
+  ASSERT_EQ(Acquire("both", CRYPT_SILENT, &silent), 0u);
+  EXPECT_TRUE(kindSupports22206(silent)) << "found on the Bluetooth device";
+  HCRYPTPROV verify = 0;
+  ASSERT_EQ(Acquire("", CRYPT_VERIFYCONTEXT, &verify), 0u);
+  EXPECT_FALSE(kindSupports22206(verify)) << "the first service card";
+  EXPECT_EQ(Acquire("\\\\B\\phone-s\\both", CRYPT_DELETEKEYSET), 0u);
+}
+
+}  // namespace
+}  // namespace nivra::p11test
