@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "cardservice/remote_cards.h"
+#include "cardservice/socket_stream.h"
 
 namespace nivra::cardservice {
 
@@ -61,11 +62,8 @@ std::string ApplySetting(const std::string& key, const std::string& value,
   } else if (key == "display") {
     card->display = value;
   } else if (key == "address") {
-    in_addr parsed;
     if (card->kind != RemoteKind::kServiceCard) return "only a card has an address";
-    ok = inet_pton(AF_INET, value.c_str(), &parsed) == 1 &&
-         (ntohl(parsed.s_addr) >> 24) == 127;
-    if (!ok) return "the address must be a loopback address (127.x.y.z)";
+    if (!IsLoopbackAddress(value)) return "the address must be a loopback address (127.x.y.z)";
     card->address = value;
   } else if (key == "key-bits") {
     if (card->kind != RemoteKind::kServiceCard) return "only a card has a key pair";
@@ -166,6 +164,10 @@ bool ReadCardConfig(const std::string& path, std::vector<RemoteCardConfig>* card
     }
     if (card.kind == RemoteKind::kServiceCard) {
       if (card.address.empty()) card.address = nextAddress;
+      if (!IsLoopbackAddress(card.address)) {
+        *error = path + ":" + std::to_string(number) + ": no loopback address follows the last one";
+        return false;
+      }
       nextAddress = NextAddress(card.address);
     }
     cards->push_back(std::move(card));

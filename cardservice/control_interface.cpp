@@ -1,6 +1,5 @@
 #include "cardservice/control_interface.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -76,9 +75,8 @@ bool ControlInterface::Start(const std::string& where, std::string* error) {
   if (where.rfind(kTcpPrefix, 0) == 0) {
     std::string host;
     uint16_t port = 0;
-    in_addr parsed;
     if (!ParseListenAddress(where.substr(sizeof kTcpPrefix - 1), &host, &port) ||
-        inet_pton(AF_INET, host.c_str(), &parsed) != 1 || (ntohl(parsed.s_addr) >> 24) != 127) {
+        !IsLoopbackAddress(host)) {
       *error = "the control port must be on a loopback address: " + where;
       return false;
     }

@@ -29,6 +29,14 @@ int MillisecondsLeft(Clock::time_point deadline) {
 
 }  // namespace
 
+bool IsLoopbackAddress(const std::string& text) {
+  constexpr uint32_t kLoopbackNetwork = 127;
+  constexpr int kNetworkShift = 24;
+  in_addr parsed;
+  return inet_pton(AF_INET, text.c_str(), &parsed) == 1 &&
+         (ntohl(parsed.s_addr) >> kNetworkShift) == kLoopbackNetwork;
+}
+
 bool ParseListenAddress(const std::string& text, std::string* host, uint16_t* port) {
   size_t colon = text.rfind(':');
   if (colon == std::string::npos || colon + 1 == text.size()) return false;

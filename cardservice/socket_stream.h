@@ -9,6 +9,9 @@
 
 namespace nivra::cardservice {
 
+// True for a dotted IPv4 address in the loopback network 127.0.0.0/8.
+bool IsLoopbackAddress(const std::string& text);
+
 // "host:port" with a dotted IPv4 host (or "localhost") and a port of 0 to 65535.
 bool ParseListenAddress(const std::string& text, std::string* host, uint16_t* port);
 

@@ -154,6 +154,24 @@ TEST_F(CardTest, BrokenClientsOnTheNewListenersAreClosedAlone) {
 
 using ConfigTest = ServiceTest;
 
+TEST_F(ConfigTest, WithoutACardConfigurationBothListsAreEmpty) {
+  struct Case {
+    frames::Bytes request;
+    uint16_t answer;
+  };
+  const Case cases[] = {{frames::BuildDeviceListRequest(), frames::kCmdDeviceListAnswer},
+                        {frames::BuildCardListRequest(), frames::kCmdCardListAnswer}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.answer);
+    Client control(service_->port());
+    frames::Bytes answer;
+    ASSERT_TRUE(control.Send(c.request) && control.Receive(&answer));
+    // The answer's command, a 2-byte body, status 0, and a count of zero records.
+    EXPECT_EQ(answer, frames::Bytes({static_cast<uint8_t>(c.answer), static_cast<uint8_t>(c.answer >> 8),
+                                     2, 0, 0, 0, 0, 0, 0, 0}));
+  }
+}
+
 TEST_F(ConfigTest, ServiceRefusesToStartWithABadCardConfiguration) {
   const std::string token = std::string(" token=") + kTokenLabel;
   struct Case {
