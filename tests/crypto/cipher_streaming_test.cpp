@@ -103,7 +103,9 @@ TEST(CipherStreaming, SizeQueriesReportWholeBlocksAndChangeNothing) {
   }
 }
 
-TEST(CipherStreaming, ShortUpdateBufferReportsTheNeedAndProcessesNothing) {
+// A short buffer reports the need and processes nothing; the direction is fixed until the final;
+// a reset gives CBC, PKCS#7 and a zero IV, drops pending bytes and keeps the direction.
+TEST(CipherStreaming, ShortBuffersDirectionAndReset) {
   ScopedCipher c(kKey, kCipherModeWordReset, kIv), reference(kKey, CipherModeWord(kCipherModeCbc, kCipherPadNone), kIv);
   size_t len = 0;
   ASSERT_EQ(Update(c.get(), 3, true, &len), kOk);
@@ -113,17 +115,19 @@ TEST(CipherStreaming, ShortUpdateBufferReportsTheNeedAndProcessesNothing) {
   }
   ASSERT_EQ(Update(c.get(), 37, true, &len, 40), kOk);
   EXPECT_EQ(Bytes(Out(), Out() + 40), RunMessage(reference.get(), Bytes(40, kByte), true).out);
-}
-
-TEST(CipherStreaming, DirectionIsFixedUntilTheFinal) {
-  ScopedCipher c(kKey, kCipherModeWordReset);
-  size_t len = 0;
-  ASSERT_EQ(Update(c.get(), 16, true, &len), kOk);
   EXPECT_EQ(Update(c.get(), 16, false, &len), kErrWrongDirection);
   EXPECT_EQ(Update(c.get(), 0, false, &len), kErrWrongDirection);
   ASSERT_EQ(Final(c.get(), &len), kOk);
   EXPECT_EQ(Update(c.get(), 16, false, &len), kOk);
   EXPECT_EQ(Update(c.get(), 8, true, &len), kErrWrongDirection);
+  std::mt19937 rng(9);
+  const Bytes msg = RandomBytes(rng, 19);
+  ScopedCipher resetReference(kKey, kCipherModeWordReset);
+  ScopedCipher ctr(kKey, CipherModeWord(kCipherModeCtr, kCipherPadNone), kIv);
+  ASSERT_EQ(Update(ctr.get(), 5, true, &len), kOk);
+  ASSERT_EQ(CipherReset(ctr.get()), kOk);
+  EXPECT_EQ(Update(ctr.get(), 8, false, &len), kErrWrongDirection);
+  EXPECT_EQ(RunMessage(ctr.get(), msg, true).out, RunMessage(resetReference.get(), msg, true).out);
 }
 
 // Every final goes back to the IV (not to zero), successful or not: after a final that failed
@@ -185,19 +189,6 @@ TEST(CipherStreaming, OverlappingBuffersGiveTheSeparateBufferResult) {
       }
     }
   }
-}
-
-TEST(CipherStreaming, ResetGivesCbcPkcs7WithZeroIvAndKeepsTheDirection) {
-  std::mt19937 rng(9);
-  const Bytes msg = RandomBytes(rng, 19);
-  ScopedCipher reference(kKey, kCipherModeWordReset);
-  ScopedCipher c(kKey, CipherModeWord(kCipherModeCtr, kCipherPadNone), kIv);
-  size_t len = 0;
-  ASSERT_EQ(Update(c.get(), 5, true, &len), kOk);
-  ASSERT_EQ(CipherReset(c.get()), kOk);
-  EXPECT_EQ(Update(c.get(), 8, false, &len), kErrWrongDirection);
-  // The five bytes pending before the reset are gone.
-  EXPECT_EQ(RunMessage(c.get(), msg, true).out, RunMessage(reference.get(), msg, true).out);
 }
 
 TEST(CipherStreaming, ArgumentErrors) {

@@ -109,17 +109,5 @@ TEST(RsaDerImport, FailedSetLeavesTheKeyCleared) {
   EXPECT_EQ(key->hasPrivate, 0) << "parsing a form replaces the whole key";
 }
 
-// Long length forms are checked against the published DER keys in rsa_vectors_test.cpp.
-TEST(RsaDerExport, FormsNeedTheirNonZeroComponents) {
-  const KeyPtr key = ImportKey(kRsaFormShortPrivate, kTinyShortPrivateDer);
-  size_t len = 0;
-  EXPECT_EQ(RsaExportKey(key.get(), kRsaFormPrivate, nullptr, &len), kErrMissingComponent);
-  EXPECT_EQ(ExportKey(key.get(), kRsaFormShortPrivate), kTinyShortPrivateDer);
-  const uint8_t zero = 0;
-  ASSERT_EQ(RsaSetKey(key.get(), kRsaComponentE, &zero, 1), kOk);  // 17 -> 0, the flags stay up
-  EXPECT_EQ(RsaExportKey(key.get(), kRsaFormPublic, nullptr, &len), kErrMissingComponent);
-  EXPECT_EQ(RsaExportKey(key.get(), kRsaFormShortPrivate, nullptr, &len), kErrMissingComponent);
-}
-
 }  // namespace
 }  // namespace nivra::testing

@@ -1,10 +1,8 @@
-// The RSA key object: component loading and flags, export rules, completion from the primes, the
-// raw operations' argument rules, and the biased handles of the key interface (layout, garbage
-// and stale handles, use from several threads).
+// The RSA key object on the textbook key: component loading and flags, export rules, completion
+// from the primes, the raw operations' argument rules, the key handles (deep duplicates, garbage,
+// stale and failed handles) and key generation's own rules (sizes, prime order and distance, the
+// give-up path). Real-sized keys are cross-checked against OpenSSL in rsa_openssl_test.cpp.
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
 
 #include "crypto/rsa_interface.h"
 #include "crypto/rsa_key.h"
@@ -25,23 +23,19 @@ KeyPtr KeyOf(std::initializer_list<std::pair<uint32_t, Bytes>> components) {
 }
 
 TEST(RsaKeyComponents, ShortValuesReplaceLowBytesAndFlagsNeverFall) {
-  // e = 65537, then 03 written over its low byte: 65539. On an empty e the same load is 3.
+  // e = 65537, then 03 written over its low byte: 65539.
   EXPECT_EQ(ExportKey(KeyOf({{kRsaComponentN, {0x0C, 0xA1}}, {kRsaComponentE, {1, 0, 1}}, {kRsaComponentE, {3}}}).get(),
                       kRsaComponentE),
             Hex("010003"));
-  EXPECT_EQ(ExportKey(KeyOf({{kRsaComponentE, {3}}, {kRsaComponentN, {0x0C, 0xA1}}}).get(), kRsaComponentE), Hex("03"));
   const KeyPtr key = KeyOf({});
-  const struct {
-    uint32_t id;
-    uint8_t hasPublic, hasPrivate, hasCrt;
-  } steps[] = {{kRsaComponentN, 0, 0, 0},  {kRsaComponentE, 1, 0, 0},  {kRsaComponentD, 1, 1, 0},
-               {kRsaComponentP, 1, 1, 0},  {kRsaComponentQ, 1, 1, 0},  {kRsaComponentDP, 1, 1, 0},
-               {kRsaComponentDQ, 1, 1, 0}, {kRsaComponentQInv, 1, 1, 1}};
-  for (const auto& s : steps) {
+  // The flags (public, private, CRT) after each component, loaded in this order.
+  const std::pair<uint32_t, int> steps[] = {{kRsaComponentN, 0},   {kRsaComponentE, 100},  {kRsaComponentD, 110},
+                                            {kRsaComponentP, 110}, {kRsaComponentQ, 110},  {kRsaComponentDP, 110},
+                                            {kRsaComponentDQ, 110}, {kRsaComponentQInv, 111}};
+  for (const auto& [id, flags] : steps) {
     const uint8_t value = 0x35;
-    ASSERT_EQ(RsaSetKey(key.get(), s.id, &value, 1), kOk);
-    EXPECT_TRUE(key->hasPublic == s.hasPublic && key->hasPrivate == s.hasPrivate && key->hasCrt == s.hasCrt)
-        << "after " << s.id;
+    ASSERT_EQ(RsaSetKey(key.get(), id, &value, 1), kOk);
+    EXPECT_EQ(key->hasPublic * 100 + key->hasPrivate * 10 + key->hasCrt, flags) << "after " << id;
   }
   const uint8_t zero = 0;
   ASSERT_EQ(RsaSetKey(key.get(), kRsaComponentE, &zero, 1), kOk);
@@ -51,11 +45,12 @@ TEST(RsaKeyComponents, ShortValuesReplaceLowBytesAndFlagsNeverFall) {
   EXPECT_EQ(RsaSetKey(nullptr, kRsaComponentE, nullptr, 0), kErrNullArgument);
 }
 
-TEST(RsaKeyComponents, ExportNeedsTheMatchingFlagAndNeverWritesPartly) {
+// Each export needs its flag and non-zero components, and never writes part of its output.
+TEST(RsaKeyComponents, ExportRules) {
   const KeyPtr shortKey = ImportKey(kRsaFormShortPrivate, kTinyShortPrivateDer);
   const KeyPtr publicOnly = KeyOf({{kRsaComponentN, {0x0C, 0xA1}}, {kRsaComponentE, {0x11}}});
   EXPECT_EQ(ExportKey(shortKey.get(), kRsaComponentD), Hex("0ac1"));
-  EXPECT_EQ(ExportKey(publicOnly.get(), kRsaComponentN), Hex("0ca1"));
+  EXPECT_EQ(ExportKey(shortKey.get(), kRsaFormShortPrivate), kTinyShortPrivateDer);
   Bytes out(40, 0xEE);
   size_t len = 16;
   EXPECT_EQ(RsaExportKey(shortKey.get(), kRsaComponentP, out.data(), &len), kErrMissingComponent);
@@ -67,10 +62,11 @@ TEST(RsaKeyComponents, ExportNeedsTheMatchingFlagAndNeverWritesPartly) {
   EXPECT_EQ(RsaExportKey(key.get(), kRsaFormPrivate, out.data(), &len), kErrBufferTooSmall);
   EXPECT_EQ(len, kTinyPrivateDer.size());
   EXPECT_EQ(out, Bytes(40, 0xEE));
-  len = out.size();
-  ASSERT_EQ(RsaExportKey(key.get(), kRsaFormPrivate, out.data(), &len), kOk);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + len), kTinyPrivateDer);
   EXPECT_EQ(RsaExportKey(key.get(), kRsaFormPrivate, out.data(), nullptr), kErrNullArgument);
+  const uint8_t zero = 0;
+  ASSERT_EQ(RsaSetKey(shortKey.get(), kRsaComponentE, &zero, 1), kOk);  // 17 -> 0, the flags stay up
+  EXPECT_EQ(RsaExportKey(shortKey.get(), kRsaFormPublic, nullptr, &len), kErrMissingComponent);
+  EXPECT_EQ(RsaExportKey(shortKey.get(), kRsaFormShortPrivate, nullptr, &len), kErrMissingComponent);
 }
 
 TEST(RsaKeyCompletion, PrimesAndExponentGiveTheWholeKeyWithTheLargerPrimeFirst) {
@@ -91,28 +87,20 @@ TEST(RsaKeyCompletion, PrimesAndExponentGiveTheWholeKeyWithTheLargerPrimeFirst) 
   EXPECT_EQ(RsaCompleteKey(noD.get(), nullptr), kErrGeneric) << "3 divides (61 - 1)(53 - 1)";
 }
 
-// Both ways, by both private paths, in place, and by the CRT alone when n is absent.
-TEST(RsaRawOperation, TextbookValues) {
-  const KeyPtr crt = ImportKey(kRsaFormPrivate, kTinyPrivateDer);
-  const KeyPtr plain = ImportKey(kRsaFormShortPrivate, kTinyShortPrivateDer);
+// Both ways, in place, by the CRT alone when n is absent; then the input length and range rules.
+TEST(RsaRawOperation, TextbookValuesAndInputRules) {
+  const KeyPtr key = ImportKey(kRsaFormPrivate, kTinyPrivateDer);
   const KeyPtr noModulus = KeyOf({{kRsaComponentP, {0x3D}}, {kRsaComponentQ, {0x35}}, {kRsaComponentDP, {0x35}},
                                   {kRsaComponentDQ, {0x31}}, {kRsaComponentQInv, {0x26}}});
-  Bytes out(2);
-  size_t outLen = 0;
-  ASSERT_EQ(RsaPublic(crt.get(), kTinyPlain.data(), 2, out.data(), &outLen), kOk);
-  EXPECT_EQ(out, kTinyCipher);
-  EXPECT_EQ(outLen, 2u);
-  for (const CRSA* key : {crt.get(), plain.get(), noModulus.get()}) {
-    out = kTinyCipher;
-    ASSERT_EQ(RsaPrivate(key, out.data(), 2, out.data(), nullptr), kOk);
-    EXPECT_EQ(out, kTinyPlain);
-  }
-}
-
-TEST(RsaRawOperation, InputLengthAndRangeRules) {
-  const KeyPtr key = ImportKey(kRsaFormPrivate, kTinyPrivateDer);
-  const KeyPtr empty = KeyOf({});
   Bytes out(3);
+  size_t outLen = 0;
+  ASSERT_EQ(RsaPublic(key.get(), kTinyPlain.data(), 2, out.data(), &outLen), kOk);
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 2), kTinyCipher);
+  EXPECT_EQ(outLen, 2u);
+  out = kTinyCipher;
+  ASSERT_EQ(RsaPrivate(noModulus.get(), out.data(), 2, out.data(), nullptr), kOk);
+  EXPECT_EQ(out, kTinyPlain);
+  const KeyPtr empty = KeyOf({});
   const Bytes modulus = Hex("0ca1");
   EXPECT_EQ(RsaPrivate(key.get(), Hex("41").data(), 1, out.data(), nullptr), kErrInputLength);
   EXPECT_EQ(RsaPublic(key.get(), Hex("000041").data(), 3, out.data(), nullptr), kErrInputLength);
@@ -123,46 +111,29 @@ TEST(RsaRawOperation, InputLengthAndRangeRules) {
   EXPECT_EQ(RsaPublic(key.get(), nullptr, 2, out.data(), nullptr), kErrNullArgument);
 }
 
-TEST(RsaHandles, HandleIsTheRecordAddressPlusTheBiasAndReachesTheKey) {
+// A duplicate is a deep copy that outlives its source; handles that name no live key, and loads
+// that fail, hand out and disturb nothing.
+TEST(RsaHandles, DuplicatesGarbageStaleAndFailedHandles) {
   RsaHandle handle = 0, copy = 0;
   ASSERT_EQ(RsaLoadKey(&handle, nullptr, kRsaFormPrivate, kTinyPrivateDer.data(), kTinyPrivateDer.size()), kOk);
-  RsaKeyInterface* record = nullptr;
-  ASSERT_EQ(RsaLookupKey(handle, &record), kOk);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(record) + 253236u, handle);
-  EXPECT_EQ(record->self, record);
-  EXPECT_EQ(record->algorithm, 65u);
-  uint32_t bits = 0;
-  ASSERT_NE(record->key, nullptr);
-  EXPECT_EQ(record->opKeyBits(record->key, &bits), kOk);
-  EXPECT_EQ(bits, 12u);
   Bytes out(2);
   ASSERT_EQ(RsaHandlePrivate(handle, kTinyCipher.data(), 2, out.data(), nullptr), kOk);
   EXPECT_EQ(out, kTinyPlain);
-  ASSERT_EQ(RsaHandleDuplicate(handle, &copy), kOk);  // a deep copy: it outlives its source
-  EXPECT_NE(copy, handle);
+  ASSERT_EQ(RsaHandleDuplicate(handle, &copy), kOk);
+  uint32_t bits = 0;
+  for (RsaHandle bad : {RsaHandle{0}, kRsaHandleBias, handle + 8, handle - kRsaHandleBias, RsaHandle{0x1234}}) {
+    EXPECT_EQ(RsaHandleKeyBits(bad, &bits), kErrInvalidHandle) << bad;
+    EXPECT_EQ(RsaFreeKey(bad), kErrInvalidHandle) << bad;
+  }
   ASSERT_EQ(RsaFreeKey(handle), kOk);
+  EXPECT_EQ(RsaHandleKeyBits(handle, &bits), kErrInvalidHandle);
+  EXPECT_EQ(RsaFreeKey(handle), kErrInvalidHandle);
   ASSERT_EQ(RsaHandlePublic(copy, out.data(), 2, out.data(), nullptr), kOk);
   EXPECT_EQ(out, kTinyCipher);
   size_t len = 0;
   EXPECT_EQ(RsaHandleExportKey(copy, kRsaFormPublic, nullptr, &len), kOk);
   EXPECT_EQ(len, kTinyPublicDer.size());
   EXPECT_EQ(RsaFreeKey(copy), kOk);
-}
-
-TEST(RsaHandles, GarbageStaleAndFailedHandles) {
-  RsaHandle handle = 0;
-  ASSERT_EQ(RsaNewKey(&handle), kOk);
-  ASSERT_EQ(RsaHandleSetKey(handle, kRsaFormPublic, kTinyPublicDer.data(), kTinyPublicDer.size()), kOk);
-  uint32_t bits = 0;
-  for (RsaHandle bad : {RsaHandle{0}, kRsaHandleBias, handle + 8, handle - kRsaHandleBias, RsaHandle{0x1234}}) {
-    EXPECT_EQ(RsaHandleKeyBits(bad, &bits), kErrInvalidHandle) << bad;
-    EXPECT_EQ(RsaFreeKey(bad), kErrInvalidHandle) << bad;
-  }
-  EXPECT_EQ(RsaHandleKeyBits(handle, &bits), kOk) << "the live handle was not disturbed";
-  EXPECT_EQ(bits, 12u);
-  ASSERT_EQ(RsaFreeKey(handle), kOk);
-  EXPECT_EQ(RsaHandleKeyBits(handle, &bits), kErrInvalidHandle);
-  EXPECT_EQ(RsaFreeKey(handle), kErrInvalidHandle);
   handle = 77;
   EXPECT_EQ(RsaLoadKey(nullptr, nullptr, kRsaFormPublic, kTinyPrivateDer.data(), 3), kErrNullArgument);
   EXPECT_EQ(RsaLoadKey(&handle, nullptr, kRsaFormPublic, nullptr, 3), kErrNullArgument);
@@ -172,26 +143,32 @@ TEST(RsaHandles, GarbageStaleAndFailedHandles) {
   EXPECT_EQ(RsaNewKey(nullptr), kErrNullArgument);
 }
 
-// A freed handle is not checked again here: another thread may already hold a new key at the
-// same address, which makes the old number valid again (the single-threaded tests cover it).
-TEST(RsaHandles, ConcurrentCreationUseAndDestruction) {
-  std::atomic<int> failures{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&failures] {
-      for (int i = 0; i < 200; ++i) {
-        RsaHandle handle = 0;
-        Bytes out(2);
-        if (RsaLoadKey(&handle, nullptr, kRsaFormPrivate, kTinyPrivateDer.data(), kTinyPrivateDer.size()) != kOk ||
-            RsaHandlePrivate(handle, kTinyCipher.data(), 2, out.data(), nullptr) != kOk || out != kTinyPlain ||
-            RsaFreeKey(handle) != kOk) {
-          ++failures;
-        }
-      }
-    });
+// Exact sizes with the larger prime first and the primes far apart; exponents that cannot work
+// give up without handing out a key. (OpenSSL checks the generated keys themselves.)
+TEST(RsaKeyGeneration, SizesPrimeOrderDistanceAndGivingUp) {
+  for (const auto& [bits, e] : {std::pair{513u, 65537u}, {1023u, 17u}}) {
+    const KeyPtr key = GenerateKey(bits, e);
+    ASSERT_NE(key, nullptr);
+    EXPECT_EQ(key->n.BitLength(), bits);
+    EXPECT_EQ(key->p.BitLength(), (bits + 1) / 2);
+    EXPECT_EQ(key->q.BitLength(), bits / 2);
+    EXPECT_GT(key->p.Compare(key->q), 0) << "p is the larger prime";
+    CBigNumber distance;
+    ASSERT_EQ(distance.CopyFrom(key->p), 0);
+    ASSERT_EQ(distance.Sub(key->q), 0);
+    EXPECT_GE(distance.BitLength(), bits / 2 - 5);
   }
-  for (std::thread& t : threads) t.join();
-  EXPECT_EQ(failures.load(), 0);
+  CRSA* key = reinterpret_cast<CRSA*>(0x1);
+  EXPECT_EQ(RsaGenerateKey(&key, 256, 2), kErrKeyGenFailed);  // no odd prime avoids 1 mod 2
+  EXPECT_EQ(RsaGenerateKey(&key, 256, 0), kErrKeyGenFailed);  // 0 has no inverse
+  EXPECT_EQ(key, reinterpret_cast<CRSA*>(0x1)) << "no key is handed out";
+  EXPECT_EQ(RsaGenerateKey(nullptr, 256, 3), kErrNullArgument);
+  RsaHandle handle = 0;
+  ASSERT_EQ(RsaGenerateNewKey(&handle, 768, 65537), kOk);
+  uint32_t bits = 0;
+  EXPECT_EQ(RsaHandleKeyBits(handle, &bits), kOk);
+  EXPECT_EQ(bits, 768u);
+  EXPECT_EQ(RsaFreeKey(handle), kOk);
 }
 
 }  // namespace
