@@ -218,14 +218,8 @@ TEST(RsaDerImport, AcceptedForms) {
   EXPECT_EQ(key->n.used, 1u) << "leading zero bytes leave no words";
 }
 
-TEST(RsaDerImport, UnknownFormsAndNullInput) {
-  for (uint32_t form : {0u, 4u, kRsaComponentN}) EXPECT_EQ(TryImport(form, kTinyPublicDer), kErrUnknownForm) << form;
-  CRSA* key = nullptr;
-  EXPECT_EQ(RsaImportKey(&key, nullptr, kRsaFormPublic, nullptr, 9), kErrNullArgument);
-  EXPECT_EQ(RsaImportKey(nullptr, nullptr, kRsaFormPublic, kTinyPublicDer.data(), 9), kErrNullArgument);
-}
-
-TEST(RsaDerImport, EveryKindOfMalformedInputIsRefused) {
+// Every kind of malformed input (each prefix of each form among them), unknown forms and nulls.
+TEST(RsaDerImport, MalformedInputUnknownFormsAndNulls) {
   auto changed = [](Bytes der, size_t index, uint8_t value) {
     der[index] = value;
     return der;
@@ -235,14 +229,11 @@ TEST(RsaDerImport, EveryKindOfMalformedInputIsRefused) {
     uint32_t form;
     Bytes der;
   } cases[] = {
-      {"empty", kRsaFormPublic, {}},
-      {"one byte", kRsaFormPublic, {0x30}},
       {"not a sequence", kRsaFormPublic, changed(kTinyPublicDer, 0, 0x31)},
       {"sequence short of input", kRsaFormPrivate, changed(kTinyPrivateDer, 1, 0x1C)},
       {"sequence past input", kRsaFormPrivate, changed(kTinyPrivateDer, 1, 0x1E)},
       {"indefinite length", kRsaFormPublic, Hex("3080 02010b 020111")},
       {"five length octets", kRsaFormPublic, Hex("30850000000007 02020ca1 020111")},
-      {"length octets cut off", kRsaFormPublic, Hex("30840000")},
       {"huge length", kRsaFormPublic, Hex("3084ffffffff 020111")},
       {"integer tag wrong", kRsaFormPublic, changed(kTinyPublicDer, 6, 0x03)},
       {"integer past sequence", kRsaFormPublic, changed(kTinyPublicDer, 7, 0x02)},
@@ -254,6 +245,10 @@ TEST(RsaDerImport, EveryKindOfMalformedInputIsRefused) {
       {"integer header cut off", kRsaFormPublic, Hex("3005 02020ca1 02")},
   };
   for (const auto& c : cases) EXPECT_EQ(TryImport(c.form, c.der), kErrMalformedDer) << c.what;
+  for (uint32_t form : {0u, 4u, kRsaComponentN}) EXPECT_EQ(TryImport(form, kTinyPublicDer), kErrUnknownForm) << form;
+  CRSA* key = nullptr;
+  EXPECT_EQ(RsaImportKey(&key, nullptr, kRsaFormPublic, nullptr, 9), kErrNullArgument);
+  EXPECT_EQ(RsaImportKey(nullptr, nullptr, kRsaFormPublic, kTinyPublicDer.data(), 9), kErrNullArgument);
   for (const auto& [form, full] : {std::pair{kRsaFormPublic, kTinyPublicDer}, std::pair{kRsaFormPublic, LongForm(3)},
                                    std::pair{kRsaFormPrivate, kTinyPrivateDer},
                                    std::pair{kRsaFormShortPrivate, kTinyShortPrivateDer}}) {
