@@ -5,6 +5,7 @@
 #include <openssl/sha.h>
 #include <sys/mman.h>
 
+#include "crypto/sha1.h"
 #include "test_support.h"
 
 namespace nivra::testing {

@@ -13,12 +13,31 @@
 #include <thread>
 
 #include "crypto/hash_object.h"
+#include "crypto/sha1.h"
 #include "test_support.h"
 
 namespace nivra::testing {
 namespace {
 
 using namespace nivra::crypto;
+
+// SHA-1 of message fed in pieces of the given sizes (the rest in one last call).
+Bytes Sha1InPieces(const Bytes& message, std::vector<size_t> pieces = {}) {
+  Bytes out(kSha1DigestLength);
+  Sha1State* state = nullptr;
+  EXPECT_EQ(Sha1Init(&state), kOk);
+  if (state == nullptr) return out;
+  size_t offset = 0;
+  pieces.push_back(message.size());
+  for (size_t piece : pieces) {
+    piece = std::min(piece, message.size() - offset);
+    EXPECT_EQ(Sha1Update(state, message.data() + offset, piece), kOk);
+    offset += piece;
+  }
+  EXPECT_EQ(Sha1Final(state, out.data()), kOk);
+  Sha1Free(state);
+  return out;
+}
 
 TEST(Sha1NistVectors, ShortAndLongMessages) {
   for (const auto& [file, count] : {std::pair<const char*, size_t>{"SHA1ShortMsg.rsp", 65}, {"SHA1LongMsg.rsp", 64}}) {
