@@ -1,9 +1,8 @@
 // The modes' own rules. CTR: the final encrypts the tail and reports the room it needs. MACs:
-// encrypt only, buffer needs of updates and the tag, unknown modes. The CTR stream and the tags
-// are cross-checked against OpenSSL in cipher_openssl_test.cpp and cipher_mac_openssl_test.cpp.
-
-// Padding rules of the ECB and CBC finals: the bytes each rule adds (read back by decrypting
-// without padding), what each rule accepts on decryption, and what a failed check hands back.
+// encrypt only, buffer needs of updates and the tag, unknown modes. Padding rules of the ECB and
+// CBC finals: the bytes each rule adds (read back by decrypting without padding), what each rule
+// accepts on decryption, and what a failed check hands back. The CTR stream, PKCS#7 and the tags
+// are cross-checked against OpenSSL in cipher_openssl_test.cpp.
 #include <gtest/gtest.h>
 
 #include "crypto/cipher.h"

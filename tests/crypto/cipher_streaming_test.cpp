@@ -1,9 +1,7 @@
 // Streaming behaviour of CipherUpdate / CipherFinal: arbitrary splits, size queries, short
-// buffers, direction rules, the rewind after every final, overlapping buffers, reset, argument
-// errors and handles that name no context.
-
-// Contexts used from several threads at once (each context by one thread, as required), while
-// another thread keeps presenting garbage handles.
+// buffers, direction rules, the rewind after a failed final, overlapping buffers, reset, argument
+// errors, handles that name no context, and contexts used from several threads at once (each
+// context by one thread, as required) while the live-context registry changes under them.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -251,24 +249,7 @@ TEST(CipherThreads, ConcurrentContextsStayIndependent) {
     ScopedCipher c(j.key, kCipherModeWordReset, j.iv);
     j.expected = RunMessage(c.get(), j.plain, true).out;
   }
-  std::atomic<bool> stop{false};
   std::atomic<int> failures{0};
-  // Values that can never name a context: odd numbers (contexts are aligned and the bias is a
-  // multiple of 8) and the addresses of this test's own buffers plus the bias.
-  std::thread prober([&] {
-    uint32_t x = 12345;
-    Bytes out(16);
-    while (!stop.load()) {
-      x = x * 1103515245u + 12345u;
-      size_t len = out.size();
-      for (CipherHandle h : {CipherHandle{x} | 1u, (CipherHandle{x} << 20) | 1u,
-                             reinterpret_cast<CipherHandle>(out.data()) + kCipherHandleBias,
-                             reinterpret_cast<CipherHandle>(jobs.data()) + kCipherHandleBias}) {
-        if (CipherUpdate(h, out.data(), 8, out.data(), &len, true) != kErrInvalidHandle) ++failures;
-        if (CipherDestroy(h) != kErrInvalidHandle) ++failures;
-      }
-    }
-  });
   std::vector<std::thread> workers;
   for (size_t t = 0; t < 4; ++t) {
     workers.emplace_back([&, t] {
@@ -284,8 +265,6 @@ TEST(CipherThreads, ConcurrentContextsStayIndependent) {
     });
   }
   for (auto& w : workers) w.join();
-  stop.store(true);
-  prober.join();
   EXPECT_EQ(failures.load(), 0);
 }
 

@@ -1,12 +1,10 @@
-// DES on its own where the NIST vectors and OpenSSL cannot reach: the block interface's key
-// selectors, key counts of odd key lengths, selector and argument errors, damaged schedules; and
-// the optional key checks' order and process-wide switch. The cipher itself is checked against
-// the NIST vectors (des_nist_vectors_test.cpp) and the key checks' verdicts against OpenSSL.
-
 // DES and TDEA against the NIST CAVS known-answer (variable key and text, permutation and
 // substitution tables) and multi-block message tests, ECB and CBC, in both directions, through the
-// cipher framework. Every record is checked with the key as three 8-byte keys; records whose keys
-// repeat are also checked in their short form (two-key TDEA, single DES).
+// cipher framework; every record with the key as three 8-byte keys, and records whose keys repeat
+// also in their short form (two-key TDEA, single DES). Then what the vectors and OpenSSL cannot
+// reach: the block interface's key selectors, key counts of odd key lengths, selector and argument
+// errors, damaged schedules, and the optional key checks' order and process-wide switch (their
+// verdicts are checked against OpenSSL in cipher_openssl_test.cpp).
 #include <gtest/gtest.h>
 
 #include "crypto/cipher.h"

@@ -1,10 +1,9 @@
 // The RSA key object on the textbook key: component loading and flags, export rules, completion
 // from the primes, the raw operations' argument rules, the key handles (deep duplicates, garbage,
-// stale and failed handles) and key generation's own rules (sizes, prime order and distance, the
-// give-up path). Real-sized keys are cross-checked against OpenSSL in rsa_openssl_test.cpp.
-
-// DER key import and export: the accepted length forms, and every kind of malformed input, which
-// must give the malformed-DER error (or unknown form) and leave no key behind.
+// stale and failed handles), key generation's own rules (sizes, prime order and distance, the
+// give-up path), and DER import: the accepted length forms and every kind of malformed input,
+// which must give the malformed-DER error (or unknown form) and leave no key behind. Real-sized
+// keys are cross-checked against OpenSSL in rsa_openssl_test.cpp.
 #include <gtest/gtest.h>
 
 #include "crypto/rsa_interface.h"

@@ -1,11 +1,8 @@
 // SHA-1 against the NIST CAVS byte-oriented vectors (short and long messages in one call, split
-// in uneven pieces and through the handle-based hash object), and the
-// state's own handling: the wipe at the final, and argument errors.
-// Copies are checked through HashDuplicate, the bit count's high half against OpenSSL.
-
-// Hash objects behind biased handles: duplicates, argument errors, handles
+// in uneven pieces and through the handle-based hash object), the state's wipe at the final and
+// argument errors; and hash objects behind biased handles: duplicates, argument errors, handles
 // that name no live object (garbage, destroyed, shifted, forged records, a broken self pointer),
-// and destroys racing on one handle. Digests are checked against the NIST vectors.
+// and destroys racing on one handle. The bit count's high half is checked against OpenSSL.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -149,7 +146,7 @@ TEST(HashObject, HandlesThatNameNoLiveObject) {
 
 // Destroys racing on one handle free it exactly once: one succeeds, the others find no live
 // object. (Concurrent creation and use through the same live-record registry is exercised by
-// the RSA handle tests.)
+// the cipher thread test.)
 TEST(HashObject, RacingDestroysFreeOnce) {
   for (int round = 0; round < 200; ++round) {
     HashHandle h = 0;
