@@ -70,7 +70,7 @@ TEST(Pkcs1V15, MalformedType1BlocksAreRefused) {
   EXPECT_EQ(Pkcs1UnpadType1(good.data(), 64, nullptr, &outLen), kErrNullArgument);
 }
 
-// Round trips are checked against the published vectors and OpenSSL.
+// Round trips are checked against OpenSSL.
 TEST(Oaep, LengthLimitsAndFreshSeeds) {
   const Bytes msg = Sequence(87, 1);
   Bytes block(128), again(128);
@@ -85,7 +85,7 @@ TEST(Oaep, LengthLimitsAndFreshSeeds) {
 }
 
 // 00 || maskedSeed || maskedDB for a data block and seed chosen by the test (MGF1 itself is
-// checked by the published vectors).
+// checked by OpenSSL decrypting our OAEP).
 Bytes Mask(const Bytes& db, const Bytes& seed) {
   Bytes dbMask(db.size()), seedMask(20);
   EXPECT_EQ(Mgf1Sha1(dbMask.data(), db.size(), seed.data(), 20), kOk);

@@ -56,7 +56,7 @@ inline Bytes RandomBytes(std::mt19937& rng, size_t len) {
   return out;
 }
 
-// A file of the python3-cryptography-vectors set, e.g. "hashes/SHA1/SHA1Monte.rsp".
+// A file of the python3-cryptography-vectors set, e.g. "hashes/SHA1/SHA1ShortMsg.rsp".
 inline std::string VectorPath(const std::string& relative) {
   return std::string(NIVRA_VECTORS_DIR) + "/" + relative;
 }
