@@ -1,7 +1,8 @@
-// The modes' own rules. CTR: the big-endian counter over the whole block (carrying through FF
-// bytes and wrapping at all ones), the tail encrypted by the final, decryption as the same
-// transform. MACs: encrypt only, buffer needs of updates and the tag, unknown modes. Tags are
-// cross-checked against OpenSSL in cipher_mac_openssl_test.cpp.
+// The modes' own rules. CTR: the final encrypts the tail and reports the room it needs. MACs:
+// encrypt only, buffer needs of updates and the tag, unknown modes. Padding rules of the ECB and
+// CBC finals: the bytes each rule adds (read back by decrypting without padding), what each rule
+// accepts on decryption, and what a failed check hands back. The CTR stream, PKCS#7 and the tags
+// are cross-checked against OpenSSL in cipher_openssl_test.cpp.
 #include <gtest/gtest.h>
 
 #include "crypto/cipher.h"
@@ -13,25 +14,6 @@ namespace {
 using namespace nivra::crypto;
 
 const Bytes kKey = Hex("0123456789abcdeffedcba9876543210");
-
-TEST(CipherCtr, CounterCarriesWrapsAndTheFinalEncryptsTheTail) {
-  const Bytes msg = Hex("000102030405060708090a0b0c0d0e0f101112131415");  // 22 bytes: 6 reach the final
-  const struct {
-    const char* iv;
-    const char* counters;
-  } cases[] = {{"a0a1a2a3a4a5a6a7", "a0a1a2a3a4a5a6a7 a0a1a2a3a4a5a6a8 a0a1a2a3a4a5a6a9"},
-               {"000000000000ffff", "000000000000ffff 0000000000010000 0000000000010001"},
-               {"ffffffffffffffff", "ffffffffffffffff 0000000000000000 0000000000000001"}};
-  for (const auto& t : cases) {
-    ScopedCipher ecb(kKey, CipherModeWord(kCipherModeEcb, kCipherPadNone));
-    const Bytes stream = RunMessage(ecb.get(), Hex(t.counters), true).out;
-    ScopedCipher c(kKey, CipherModeWord(kCipherModeCtr, kCipherPadNone), Hex(t.iv));
-    const MessageRun run = RunMessage(c.get(), msg, true, {3});
-    EXPECT_EQ(run.final, kOk);
-    EXPECT_EQ(run.out, XorBytes(msg, stream)) << t.iv;
-    EXPECT_EQ(RunMessage(c.get(), run.out, false).out, msg) << t.iv;
-  }
-}
 
 TEST(CipherCtr, FinalReportsTheTailLengthItNeeds) {
   const Bytes msg(13, 0x5A);
@@ -84,6 +66,116 @@ TEST(CipherMac, UnknownModesAreRefused) {
     EXPECT_EQ(CipherUpdate(c.get(), out.data(), 8, out.data(), &outLen, true), kErrModeNotSupported) << mode;
     outLen = out.size();
     EXPECT_EQ(CipherFinal(c.get(), out.data(), &outLen), kErrModeNotSupported) << mode;
+  }
+}
+
+
+Bytes Raw(const Bytes& in, bool encrypt, uint16_t mode = kCipherModeEcb) {
+  ScopedCipher c(kKey, CipherModeWord(mode, kCipherPadNone));
+  const MessageRun run = RunMessage(c.get(), in, encrypt);
+  EXPECT_EQ(run.final, kOk);
+  return run.out;
+}
+
+// The bytes the rule appends to dataLen bytes of data.
+Bytes PadOf(uint16_t rule, size_t dataLen, uint16_t mode) {
+  ScopedCipher c(kKey, CipherModeWord(mode, rule));
+  const MessageRun run = RunMessage(c.get(), Bytes(dataLen, 0xC3), true);
+  EXPECT_EQ(run.final, kOk);
+  const Bytes plain = Raw(run.out, false, mode);
+  EXPECT_EQ(plain.size(), (dataLen / 8 + 1) * 8);
+  EXPECT_EQ(Bytes(plain.begin(), plain.begin() + dataLen), Bytes(dataLen, 0xC3));
+  return Bytes(plain.begin() + dataLen, plain.end());
+}
+
+// L = 8 - len mod 8 bytes, a whole block after whole blocks (the zero rule too).
+TEST(CipherPadding, BytesEachRuleAdds) {
+  for (uint16_t mode : {kCipherModeEcb, kCipherModeCbc}) {
+    for (size_t len = 0; len <= 17; ++len) {
+      const uint8_t l = static_cast<uint8_t>(8 - len % 8);
+      EXPECT_EQ(PadOf(kCipherPadPkcs7, len, mode), Bytes(l, l)) << len;
+      EXPECT_EQ(PadOf(kCipherPadAnsiX923, len, mode), Concat(Bytes(l - 1, 0), {l})) << len;
+      EXPECT_EQ(PadOf(kCipherPadZero, len, mode), Bytes(l, 0)) << len;
+      const Bytes iso = PadOf(kCipherPadIso10126, len, mode);
+      ASSERT_EQ(iso.size(), l);
+      EXPECT_EQ(iso.back(), l);
+      if (l < 2) continue;
+      // The filler is fresh each time: sixteen messages cannot all repeat the first filler.
+      bool differs = false;
+      for (int i = 0; i < 16 && !differs; ++i) differs = PadOf(kCipherPadIso10126, len, mode) != iso;
+      EXPECT_TRUE(differs) << len;
+    }
+  }
+}
+
+TEST(CipherPadding, ZeroAndUnknownRulesFailTheirFinals) {
+  ScopedCipher zero(kKey, CipherModeWord(kCipherModeCbc, kCipherPadZero));
+  const MessageRun dec = RunMessage(zero.get(), Bytes(24, 4), false);
+  EXPECT_EQ(dec.update, kOk);
+  EXPECT_EQ(dec.final, kErrBadPaddingRule) << "zero padding cannot be removed";
+  for (uint32_t word : {CipherModeWord(kCipherModeCbc, 5), 0xFFFF0001u}) {
+    ScopedCipher c(kKey, word);
+    EXPECT_EQ(RunMessage(c.get(), Bytes(3, 4), true).final, kErrBadPaddingRule) << word;
+    EXPECT_EQ(RunMessage(c.get(), Bytes(16, 4), false).final, kErrBadPaddingRule) << word;
+  }
+}
+
+// One crafted last block decrypted under each rule: the status, and the output (the data on
+// success, the whole decrypted block on a failed check).
+TEST(CipherPadding, WhatEachRuleAccepts) {
+  const struct {
+    uint16_t rule;
+    const char* block;
+    Status status;
+    size_t dataLen;
+  } cases[] = {
+      {kCipherPadPkcs7, "4142434445464701", kOk, 7},
+      {kCipherPadPkcs7, "0808080808080808", kOk, 0},
+      {kCipherPadPkcs7, "4142434445030303", kOk, 5},
+      {kCipherPadPkcs7, "4142434445040303", kErrPaddingCheck, 8},  // length byte 3, one byte 4
+      {kCipherPadPkcs7, "4142434445464700", kErrPaddingCheck, 8},  // L = 0
+      {kCipherPadPkcs7, "0909090909090909", kErrPaddingCheck, 8},  // L above the block size
+      {kCipherPadAnsiX923, "4142434445000003", kOk, 5},
+      {kCipherPadAnsiX923, "0000000000000008", kOk, 0},
+      {kCipherPadAnsiX923, "4142434445464701", kOk, 7},
+      {kCipherPadAnsiX923, "4142434445010003", kErrPaddingCheck, 8},
+      {kCipherPadAnsiX923, "4142434401000003", kOk, 5},  // the 01 is data
+      {kCipherPadAnsiX923, "0000000000000009", kErrPaddingCheck, 8},
+      {kCipherPadIso10126, "41424344459a7f03", kOk, 5},
+      {kCipherPadIso10126, "ffffffffffffff08", kOk, 0},
+      {kCipherPadIso10126, "4142434445464700", kErrPaddingCheck, 8},
+      {kCipherPadIso10126, "41424344454647ff", kErrPaddingCheck, 8},
+  };
+  for (const auto& t : cases) {
+    const Bytes block = Hex(t.block);
+    ScopedCipher c(kKey, CipherModeWord(kCipherModeEcb, t.rule));
+    const MessageRun run = RunMessage(c.get(), Raw(Concat(Bytes(8, 0x61), block), true), false);
+    EXPECT_EQ(run.final, t.status) << "rule " << t.rule << " block " << t.block;
+    EXPECT_EQ(run.out, Concat(Bytes(8, 0x61), Bytes(block.begin(), block.begin() + t.dataLen)))
+        << "rule " << t.rule << " block " << t.block;
+  }
+}
+
+// Without room the final reports what it needs: the data length after good padding, the whole
+// block after a failed check (and writes nothing).
+TEST(CipherPadding, FinalWithoutRoomReportsTheLengthItNeeds) {
+  const struct {
+    const char* block;
+    size_t capacity;
+    Status status;
+    size_t needed;
+  } cases[] = {{"0102030405030303", 4, kErrBufferTooSmall, 5}, {"0102030405060700", 7, kErrPaddingCheck, 8}};
+  for (const auto& t : cases) {
+    const Bytes cipher = Raw(Hex(t.block), true);
+    ScopedCipher c(kKey, CipherModeWord(kCipherModeEcb, kCipherPadPkcs7));
+    Bytes out(8, 0xEE);
+    size_t len = out.size();
+    ASSERT_EQ(CipherUpdate(c.get(), cipher.data(), 8, out.data(), &len, false), kOk);
+    EXPECT_EQ(len, 0u);
+    len = t.capacity;
+    EXPECT_EQ(CipherFinal(c.get(), out.data(), &len), t.status) << t.block;
+    EXPECT_EQ(len, t.needed) << t.block;
+    EXPECT_EQ(out, Bytes(8, 0xEE)) << t.block;
   }
 }
 

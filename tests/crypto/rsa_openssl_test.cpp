@@ -1,6 +1,7 @@
-// RSA interoperability with OpenSSL: keys generated here pass OpenSSL's key check and re-encode
-// identically there, OpenSSL's keys import here and give the same raw results, and each side
-// decrypts and verifies what the other produced (v1.5 encryption and signatures, OAEP, and
+// RSA interoperability with OpenSSL, the one peer of the RSA and PKCS#1 paths: keys generated
+// here pass OpenSSL's key check and re-encode identically there, OpenSSL's keys import here (as
+// DER, short private form or component by component) and give the same raw results, and each
+// side decrypts and verifies what the other produced (v1.5 encryption and signatures, OAEP, and
 // EMSA-PSS without salt).
 #define OPENSSL_SUPPRESS_DEPRECATED  // the RSA_* key functions are deprecated but present
 #include <gtest/gtest.h>
@@ -9,6 +10,8 @@
 #include <openssl/objects.h>
 #include <openssl/rsa.h>
 #include <openssl/sha.h>
+
+#include <utility>
 
 #include "crypto/digest_info.h"
 #include "crypto/pkcs1.h"
@@ -64,8 +67,11 @@ TEST(RsaWithOpenSsl, GeneratedKeysPassOpenSslsCheckAndReencodeIdentically) {
   }
 }
 
+// OpenSSL's keys arrive three ways: the full DER, the short private form (d alone, no CRT) and
+// component by component through RsaSetKey, as a caller holding the raw integers would load them.
+// All give OpenSSL's raw results; the DER re-exports byte for byte (two-octet lengths included).
 TEST(RsaWithOpenSsl, OpenSslKeysImportAndComputeTheSameRawResults) {
-  for (int bits : {1024, 2048}) {
+  for (int bits : {1024, 1031, 2048}) {
     RsaPtr rsa(RSA_new(), RSA_free);
     std::unique_ptr<BIGNUM, decltype(&BN_free)> e(BN_new(), BN_free);
     BN_set_word(e.get(), bits == 1024 ? 3 : RSA_F4);
@@ -73,14 +79,31 @@ TEST(RsaWithOpenSsl, OpenSslKeysImportAndComputeTheSameRawResults) {
     const Bytes privateDer = OpenSslDer(rsa.get(), true);
     const KeyPtr key = ImportKey(kRsaFormPrivate, privateDer);
     const KeyPtr pub = ImportKey(kRsaFormPublic, OpenSslDer(rsa.get(), false));
-    ASSERT_TRUE(key != nullptr && pub != nullptr);
+    const KeyPtr shortKey = ImportKey(kRsaFormShortPrivate, ExportKey(key.get(), kRsaFormShortPrivate));
+    CRSA* raw = nullptr;
+    ASSERT_EQ(RsaCreateKey(&raw), kOk);
+    const KeyPtr built(raw);
+    const std::pair<uint32_t, const BIGNUM*> parts[] = {
+        {kRsaComponentN, RSA_get0_n(rsa.get())},       {kRsaComponentE, RSA_get0_e(rsa.get())},
+        {kRsaComponentD, RSA_get0_d(rsa.get())},       {kRsaComponentP, RSA_get0_p(rsa.get())},
+        {kRsaComponentQ, RSA_get0_q(rsa.get())},       {kRsaComponentDP, RSA_get0_dmp1(rsa.get())},
+        {kRsaComponentDQ, RSA_get0_dmq1(rsa.get())}, {kRsaComponentQInv, RSA_get0_iqmp(rsa.get())}};
+    for (const auto& [id, bn] : parts) {
+      Bytes value(BN_num_bytes(bn));
+      BN_bn2bin(bn, value.data());
+      ASSERT_EQ(RsaSetKey(built.get(), id, value.data(), value.size()), kOk);
+    }
+    ASSERT_TRUE(key != nullptr && pub != nullptr && shortKey != nullptr);
     EXPECT_EQ(ExportKey(key.get(), kRsaFormPrivate), privateDer);
+    EXPECT_EQ(ExportKey(built.get(), kRsaFormPrivate), privateDer);
     const int k = RSA_size(rsa.get());
     Bytes input(k, 0), ours(k), theirs(k);
     for (int i = 1; i < k; ++i) input[i] = static_cast<uint8_t>(i * 37 + 11);
-    ASSERT_EQ(RsaPrivate(key.get(), input.data(), k, ours.data(), nullptr), kOk);
     ASSERT_EQ(RSA_private_encrypt(k, input.data(), theirs.data(), rsa.get(), RSA_NO_PADDING), k);
-    EXPECT_EQ(ours, theirs) << bits << "-bit private";
+    for (const CRSA* privateKey : {key.get(), shortKey.get(), built.get()}) {
+      ASSERT_EQ(RsaPrivate(privateKey, input.data(), k, ours.data(), nullptr), kOk);
+      EXPECT_EQ(ours, theirs) << bits << "-bit private, CRT " << int{privateKey->hasCrt};
+    }
     ASSERT_EQ(RsaPublic(pub.get(), input.data(), k, ours.data(), nullptr), kOk);
     ASSERT_EQ(RSA_public_encrypt(k, input.data(), theirs.data(), rsa.get(), RSA_NO_PADDING), k);
     EXPECT_EQ(ours, theirs) << bits << "-bit public";

@@ -1,29 +1,17 @@
-// SHA-1 cross-checked against OpenSSL: random messages fed in random pieces, one update longer
+// SHA-1 cross-checked against OpenSSL where the NIST vectors cannot reach: one update longer
 // than 2^32 bits, and a bit count that wraps its low 32-bit half (set up identically in both).
 #define OPENSSL_SUPPRESS_DEPRECATED  // SHA_CTX is the one way to preset OpenSSL's bit count
 #include <gtest/gtest.h>
 #include <openssl/sha.h>
 #include <sys/mman.h>
 
+#include "crypto/sha1.h"
 #include "test_support.h"
 
 namespace nivra::testing {
 namespace {
 
 using namespace nivra::crypto;
-
-TEST(Sha1AgainstOpenSsl, RandomLengthsAndPieces) {
-  std::mt19937 rng(20261122);
-  for (int round = 0; round < 600; ++round) {
-    const Bytes message = RandomBytes(rng, round < 300 ? static_cast<size_t>(round) : rng() % 20000);
-    std::vector<size_t> pieces;
-    for (size_t n = rng() % 6; n > 0; --n) pieces.push_back(rng() % 200);
-    Bytes expected(SHA_DIGEST_LENGTH);
-    SHA1(message.data(), message.size(), expected.data());
-    ASSERT_EQ(Sha1InPieces(message), expected) << "length " << message.size();
-    ASSERT_EQ(Sha1InPieces(message, pieces), expected) << "length " << message.size() << " in pieces";
-  }
-}
 
 // One update of 2^29 + 3 bytes: its bit count does not fit 32 bits, so len >> 29 must reach the
 // high half of the count within a single call. The message is a read-only anonymous mapping

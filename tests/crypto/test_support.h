@@ -1,5 +1,5 @@
 // Helpers shared by the crypto library's tests: byte strings, the published vector files, owning
-// wrappers for RSA keys and cipher contexts, whole-message cipher runs and split SHA-1 runs.
+// wrappers for RSA keys and cipher contexts, and whole-message cipher runs.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -16,7 +16,6 @@
 
 #include "crypto/cipher.h"
 #include "crypto/rsa_key.h"
-#include "crypto/sha1.h"
 
 #ifndef NIVRA_VECTORS_DIR
 #error "NIVRA_VECTORS_DIR must name the cryptography_vectors folder"
@@ -57,7 +56,7 @@ inline Bytes RandomBytes(std::mt19937& rng, size_t len) {
   return out;
 }
 
-// A file of the python3-cryptography-vectors set, e.g. "hashes/SHA1/SHA1Monte.rsp".
+// A file of the python3-cryptography-vectors set, e.g. "hashes/SHA1/SHA1ShortMsg.rsp".
 inline std::string VectorPath(const std::string& relative) {
   return std::string(NIVRA_VECTORS_DIR) + "/" + relative;
 }
@@ -83,24 +82,6 @@ inline std::vector<RspRecord> ReadRsp(const std::string& path) {
   }
   if (records.back().empty()) records.pop_back();
   return records;
-}
-
-// SHA-1 of message fed in pieces of the given sizes (the rest in one last call).
-inline Bytes Sha1InPieces(const Bytes& message, std::vector<size_t> pieces = {}) {
-  Bytes out(crypto::kSha1DigestLength);
-  crypto::Sha1State* state = nullptr;
-  EXPECT_EQ(crypto::Sha1Init(&state), crypto::kOk);
-  if (state == nullptr) return out;
-  size_t offset = 0;
-  pieces.push_back(message.size());
-  for (size_t piece : pieces) {
-    piece = std::min(piece, message.size() - offset);
-    EXPECT_EQ(crypto::Sha1Update(state, message.data() + offset, piece), crypto::kOk);
-    offset += piece;
-  }
-  EXPECT_EQ(crypto::Sha1Final(state, out.data()), crypto::kOk);
-  crypto::Sha1Free(state);
-  return out;
 }
 
 // ---- RSA keys ---------------------------------------------------------------------------------
@@ -130,17 +111,6 @@ inline Bytes ExportKey(const crypto::CRSA* key, uint32_t what) {
   EXPECT_EQ(crypto::RsaExportKey(key, what, out.data(), &len), crypto::kOk);
   return out;
 }
-
-// The textbook key p = 61, q = 53, e = 17: n = 3233, d = 2753, dP = 53, dQ = 49, qInv = 38;
-// 65^17 mod 3233 = 2790. Written out by hand in each DER form.
-inline const Bytes kTinyPublicDer = {0x30, 0x07, 0x02, 0x02, 0x0C, 0xA1, 0x02, 0x01, 0x11};
-inline const Bytes kTinyShortPrivateDer = {0x30, 0x0B, 0x02, 0x02, 0x0C, 0xA1, 0x02,
-                                           0x01, 0x11, 0x02, 0x02, 0x0A, 0xC1};
-inline const Bytes kTinyPrivateDer = {0x30, 0x1D, 0x02, 0x01, 0x00, 0x02, 0x02, 0x0C, 0xA1, 0x02, 0x01,
-                                      0x11, 0x02, 0x02, 0x0A, 0xC1, 0x02, 0x01, 0x3D, 0x02, 0x01, 0x35,
-                                      0x02, 0x01, 0x35, 0x02, 0x01, 0x31, 0x02, 0x01, 0x26};
-inline const Bytes kTinyPlain = {0x00, 0x41};   // 65
-inline const Bytes kTinyCipher = {0x0A, 0xE6};  // 2790
 
 // ---- cipher contexts --------------------------------------------------------------------------
 
