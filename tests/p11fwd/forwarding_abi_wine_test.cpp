@@ -1,5 +1,5 @@
-// nivrap11fwd.dll as a Windows PKCS#11 module: its function list and exports, the 32-bit
-// CK_ULONG layout, initialisation arguments, and arguments refused before anything is sent.
+// nivrap11fwd.dll as a Windows PKCS#11 module: its function list and exports, initialisation
+// arguments, and arguments refused before anything is sent.
 #include <windows.h>
 
 #include <cstddef>
@@ -9,15 +9,6 @@
 
 namespace nivra::p11test {
 namespace {
-
-TEST(ForwardingAbi, StructuresHaveTheWindowsLayout) {
-  EXPECT_EQ(sizeof(CK_ULONG), 4u);
-  EXPECT_EQ(offsetof(CK_ATTRIBUTE, pValue), 4u);
-  EXPECT_EQ(offsetof(CK_ATTRIBUTE, ulValueLen), 12u);
-  EXPECT_EQ(offsetof(CK_FUNCTION_LIST, C_Initialize), 2u);
-  EXPECT_EQ(offsetof(CK_TOKEN_INFO, flags), 96u);
-  EXPECT_EQ(offsetof(CK_SLOT_INFO, flags), 96u);
-}
 
 TEST(ForwardingAbi, FunctionListHasEveryEntryAndMatchesTheExports) {
   CK_FUNCTION_LIST* f = ForwardingModule();

@@ -37,12 +37,6 @@ std::string HelperControl(const std::string& command) {
   return answer;
 }
 
-void WriteArtefact(const std::string& name, const std::vector<uint8_t>& bytes) {
-  std::ofstream out(std::string(NIVRA_P11FWD_FIXTURE) + "/" + name, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  EXPECT_TRUE(out.good()) << name;
-}
-
 void ForwardedTest::SetUp() {
   f_ = ForwardingModule();
   ASSERT_NE(f_, nullptr);

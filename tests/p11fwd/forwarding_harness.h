@@ -26,7 +26,6 @@ CK_FUNCTION_LIST* ForwardingModule();
 std::string HelperControl(const std::string& command);
 
 // Writes a result for the native checks that run after the Windows tests.
-void WriteArtefact(const std::string& name, const std::vector<uint8_t>& bytes);
 
 // Base of the Windows tests: the module is initialised, the helper has no injected conditions,
 // and slot_ is the fixture token's slot.

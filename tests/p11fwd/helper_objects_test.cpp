@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "tests/p11fwd/helper_harness.h"
-#include "tests/p11fwd/openssl_rsa_check.h"
 #include "tests/p11fwd/provider_templates.h"
 
 namespace nivra::p11test {
@@ -172,29 +171,6 @@ TEST_F(HelperObjects, ContainersAreFoundAndReadWithTheirClass) {
     EXPECT_EQ(client_.Call<WireOp::kFindObjects>({session_, 1}).ids.size(), expected);
   EXPECT_EQ(client_.Call<WireOp::kFindObjectsFinal>({session_}).rv, CKR_OK);
   ASSERT_EQ(client_.Login(session_, kUserPin), CKR_OK);
-}
-
-TEST_F(HelperObjects, RawRsaOfTheProviderVerifiesWithOpenSsl) {
-  GenerateProviderPair("rsa_cspS", 2048);
-  auto key = Read(public_, {Query(CKA_MODULUS, true, 256), Query(CKA_PUBLIC_EXPONENT, true, 8)});
-  ASSERT_EQ(key.rv, CKR_OK);
-  const Bytes& modulus = key.attributes[0].value;
-  const Bytes& exponent = key.attributes[1].value;
-  ASSERT_EQ(modulus.size(), 256u);
-  Bytes block = Sha256AbcSignatureBlock(256);
-
-  // The provider signs with C_Decrypt (C_Sign and its output-length protocol are checked through
-  // nivrap11fwd.dll); raw encryption with the public key undoes it.
-  auto signature = Run<WireOp::kDecryptInit, WireOp::kDecrypt>(private_, block, 256);
-  ASSERT_EQ(signature.rv, CKR_OK);
-  EXPECT_EQ(signature.length, 256u);
-  EXPECT_TRUE(OpenSslVerifiesSha256(modulus, exponent, TextBytes("abc"), signature.output.bytes));
-  EXPECT_FALSE(OpenSslVerifiesSha256(modulus, exponent, TextBytes("abd"), signature.output.bytes));
-  auto back = Run<WireOp::kEncryptInit, WireOp::kEncrypt>(public_, signature.output.bytes, 256);
-  EXPECT_EQ(back.output.bytes, block);
-  auto wrongLength = Run<WireOp::kDecryptInit, WireOp::kDecrypt>(private_, Bytes(255, 0x01), 256);
-  EXPECT_NE(wrongLength.rv, CKR_OK);
-  EXPECT_FALSE(wrongLength.output.present);
 }
 
 TEST_F(HelperObjects, RandomBytesHaveTheRequestedLength) {

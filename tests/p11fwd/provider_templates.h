@@ -14,8 +14,4 @@ namespace nivra::p11test {
 p11wire::WireTemplate ProviderPublicKeyTemplate(const std::string& id, uint32_t bits);
 p11wire::WireTemplate ProviderPrivateKeyTemplate(const std::string& id);
 
-// The k-byte PKCS#1 v1.5 signature block (type 1) over the SHA-256 DigestInfo of "abc":
-// 00 01 FF..FF 00 DigestInfo.
-Bytes Sha256AbcSignatureBlock(size_t k);
-
 }  // namespace nivra::p11test

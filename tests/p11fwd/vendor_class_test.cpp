@@ -27,7 +27,6 @@ std::vector<std::pair<uint32_t, Bytes>> Sorted(const WireTemplate& t) {
 }
 
 TEST(VendorMarker, NamesTheClassInEightHexDigitsAndNothingElseParses) {
-  EXPECT_EQ(VendorMarker(0x80000001), "nivra-vendor-class-80000001");
   uint32_t cls = 0;
   std::string m = VendorMarker(0x8000ABCD);
   ASSERT_TRUE(ParseVendorMarker(reinterpret_cast<const uint8_t*>(m.data()), m.size(), &cls));

@@ -139,31 +139,6 @@ TEST_F(ModuleRsa, EncryptionDecryptsWithWinesPrivateKey) {
   EXPECT_EQ(length, 128u);
 }
 
-TEST_F(ModuleRsa, SignaturesFromWinesProviderVerify) {
-  const BYTE message[] = "signed by Wine, checked by the provider";
-  HCRYPTHASH wineHash = 0, ourHash = 0;
-  ASSERT_TRUE(CryptCreateHash(wine, CALG_SHA1, 0, 0, &wineHash));
-  ASSERT_TRUE(CryptHashData(wineHash, message, sizeof(message), 0));
-  std::vector<BYTE> signature(128);
-  DWORD length = 128;
-  ASSERT_TRUE(CryptSignHashW(wineHash, AT_KEYEXCHANGE, nullptr, 0, signature.data(), &length));
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &ourHash));
-  ASSERT_TRUE(dll.HashData(prov, ourHash, message, sizeof(message), 0));
-  EXPECT_SUCCEEDS(dll.VerifySignature(prov, ourHash, signature.data(), 128, moduleKey, nullptr, 0));
-  std::vector<BYTE> bad = signature;
-  bad[0] ^= 0x40;
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, ourHash, bad.data(), 128, moduleKey, nullptr, 0), NTE_BAD_SIGNATURE);
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, ourHash, signature.data(), 127, moduleKey, nullptr, 0), NTE_BAD_SIGNATURE);
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, ourHash, signature.data(), 128, 0, nullptr, 0), NTE_INVALID_PARAMETER);
-
-  // Another message's hash does not verify.
-  HCRYPTHASH other = 0;
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &other));
-  ASSERT_TRUE(dll.HashData(prov, other, message, 5, 0));
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, other, signature.data(), 128, moduleKey, nullptr, 0), NTE_BAD_SIGNATURE);
-  CryptDestroyHash(wineHash);
-}
-
 class SignatureStrictness : public ModuleRsa {
  protected:
   void SetUp() override {
@@ -259,6 +234,10 @@ TEST_F(SignatureStrictness, CorrectSignaturesFromWineVerify) {
         << std::hex << GetLastError();
     EXPECT_SUCCEEDS(dll.VerifySignature(prov, ours, signature.data(), length, moduleKey, nullptr,
                                         c.flags));
+    EXPECT_FAILS_WITH(dll.VerifySignature(prov, ours, signature.data(), length - 1, moduleKey,
+                                          nullptr, c.flags), NTE_BAD_SIGNATURE);
+    EXPECT_FAILS_WITH(dll.VerifySignature(prov, ours, signature.data(), length, 0, nullptr, c.flags),
+                      NTE_INVALID_PARAMETER);
     CryptDestroyHash(wines);
   }
 }
@@ -283,6 +262,8 @@ TEST_F(SignatureStrictness, OnlyTheExactEncodingAfterTheFrameVerifies) {
       {"bytes after the MD5 hash", CALG_MD5, 0, Join({kMd5Prefix, md5, {0xAB, 0xCD}}), false, false},
       {"a byte after the bare hash", CALG_SHA1, CRYPT_NOHASHOID, Join({sha1, {0x00}}), false, false},
       {"another object identifier", CALG_SHA1, 0, Join({wrongOid, sha1}), false, false},
+      {"another message's hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.size(), 0x5A)}), false,
+       false},
       {"short payload", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.begin(), sha1.end() - 1)}), false,
        false},
       {"hash alone where a DigestInfo belongs", CALG_SHA1, 0, sha1, false, true},
