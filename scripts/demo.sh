@@ -64,23 +64,23 @@ slot=$(pkcs11-tool --module /usr/lib/softhsm/libsofthsm2.so -L 2>/dev/null | sed
 card=(--card "$slot" --pin 1234)
 win() { winepath -w "$1" 2>/dev/null; }
 cli create demo "${card[@]}"
-cli genkey demo --spec signature --bits 2048 "${card[@]}"
+cli genkey demo --key-spec signature --bits 2048 "${card[@]}"
 echo "Hello from a CryptoAPI application" > "$demo/message.txt"
 cli sign demo --in "$(win "$demo/message.txt")" --out "$(win "$demo/message.sig")" "${card[@]}"
-cli export-key demo --spec signature --format blob --out "$(win "$demo/demo.blob")" "${card[@]}"
+cli export-key demo --key-spec signature --format blob --out "$(win "$demo/demo.blob")" "${card[@]}"
 echo "== Wine's own Microsoft Strong Cryptographic Provider checks the signature with the exported key"
 "$run" "$win/nivracli_store_probe.exe" verify-blob "$(win "$demo/demo.blob")" "$(win "$demo/message.txt")" \
   "$(win "$demo/message.sig")" | tr -d '\r' | sed 's/^/   /'
 
 echo "== a certificate for the card's key, issued by a demonstration CA (OpenSSL)"
-cli export-key demo --spec signature --format pem --out "$(win "$demo/demo.pem")" "${card[@]}"
+cli export-key demo --key-spec signature --format pem --out "$(win "$demo/demo.pem")" "${card[@]}"
 openssl req -x509 -newkey rsa:2048 -nodes -keyout "$demo/ca.key" -out "$demo/ca.pem" -subj "/CN=Nivra demo CA" \
   -days 30 2>/dev/null
 openssl req -new -key "$demo/ca.key" -subj "/CN=Nivra demo user" 2>/dev/null |
   openssl x509 -req -CA "$demo/ca.pem" -CAkey "$demo/ca.key" -set_serial 1 -force_pubkey "$demo/demo.pem" \
     -days 30 -out "$demo/user.pem" 2>/dev/null
 # Storing it on the card puts it into the user's "MY" store at once, linked to the card's key.
-cli import-cert demo --spec signature --in "$(win "$demo/user.pem")" "${card[@]}"
+cli import-cert demo --key-spec signature --in "$(win "$demo/user.pem")" "${card[@]}"
 cli propagate
 cli list
 echo "== a detached CMS signature made by crypt32 (CryptSignMessage) with the certificate from MY"

@@ -120,11 +120,11 @@ BOOL CSelectCard::OnInitDialog() {
 
 void CSelectCard::AddColumns() {
   int position = 0;
-  for (const ColumnSpec& spec : kColumns) {
+  for (const ColumnSpec& entry : kColumns) {
     LVCOLUMNW column{};
     column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
-    column.cx = spec.widthPixels;
-    column.pszText = const_cast<wchar_t*>(Text(spec.text));
+    column.cx = entry.widthPixels;
+    column.pszText = const_cast<wchar_t*>(Text(entry.text));
     column.iSubItem = position;
     SendMessageW(list_, LVM_INSERTCOLUMNW, position++, reinterpret_cast<LPARAM>(&column));
   }
@@ -151,11 +151,11 @@ void CSelectCard::AddRows() {
 }
 
 bool CSelectCard::SetPrompt() {
-  for (const PromptSpec& spec : kPrompts) {
-    if (spec.operation != operation_) continue;
+  for (const PromptSpec& entry : kPrompts) {
+    if (entry.operation != operation_) continue;
     std::wstring prompt = containerName_.empty()
-                              ? std::wstring(Text(spec.defaultText))
-                              : FormatUiString(Text(spec.namedText), Wide(containerName_));
+                              ? std::wstring(Text(entry.defaultText))
+                              : FormatUiString(Text(entry.namedText), Wide(containerName_));
     SetDlgItemTextW(hwnd_, IDC_SELECT_CARD_PROMPT, prompt.c_str());
     return true;
   }

@@ -16,14 +16,14 @@ std::string HexOf(const std::string& text) {
 
 class CliActions : public CliTest {
  protected:
-  // A container with a key pair of each spec (signature 2048 bits, exchange 1024 bits).
+  // A container with a key pair of each key keySpec (signature 2048 bits, exchange 1024 bits).
   void MakeContainerWithKeys(const std::string& name) {
     Cli({"delete", name, "--card", card, "--pin", "1234"});
     ASSERT_EQ(Cli({"create", name, "--card", card, "--pin", "1234"}).status, 0);
-    const Outcome sig = Cli({"genkey", name, "--spec", "signature", "--bits", "2048", "--card", card, "--pin", "1234"});
+    const Outcome sig = Cli({"genkey", name, "--key-spec", "signature", "--bits", "2048", "--card", card, "--pin", "1234"});
     ASSERT_EQ(sig.status, 0) << sig.err;
     EXPECT_TRUE(Contains(sig.out, "generating a 2048-bit signature key pair on the card"));
-    ASSERT_EQ(Cli({"genkey", name, "--spec", "exchange", "--bits", "1024", "--card", card, "--pin", "1234"}).status, 0);
+    ASSERT_EQ(Cli({"genkey", name, "--key-spec", "exchange", "--bits", "1024", "--card", card, "--pin", "1234"}).status, 0);
   }
 };
 
@@ -71,24 +71,24 @@ TEST_F(CliActions, KeyPairsAreMadeListedExportedAndSignWhatOthersVerify) {
 TEST_F(CliActions, StoredCertificatesReachApplicationsThroughTheUserStore) {
   const std::string name = Container();
   MakeContainerWithKeys(name);
-  ASSERT_EQ(Cli({"export-key", name, "--spec", "signature", "--out", WinPath("sig.pem"), "--card", card}).status, 0);
-  ASSERT_EQ(Cli({"export-key", name, "--spec", "exchange", "--out", WinPath("xch.pem"), "--card", card}).status, 0);
+  ASSERT_EQ(Cli({"export-key", name, "--key-spec", "signature", "--out", WinPath("sig.pem"), "--card", card}).status, 0);
+  ASSERT_EQ(Cli({"export-key", name, "--key-spec", "exchange", "--out", WinPath("xch.pem"), "--card", card}).status, 0);
   const std::string signer = "/CN=" + Tag() + " signer", recipient = "/CN=" + Tag() + " recipient";
   IssueCertificate("sig.pem", signer, "sig-cert.pem");
   IssueCertificate("xch.pem", recipient, "xch-cert.pem");
   Native("openssl x509 -in " + Quoted(Path("xch-cert.pem")) + " -outform DER -out " + Quoted(Path("xch-cert.der")));
   // One certificate as PEM, one as DER; each read back and compared by OpenSSL.
   struct Case {
-    const char* spec;
+    const char* keySpec;
     const char* file;
     const char* expected;
   };
   for (const Case& c : {Case{"signature", "sig-cert.pem", "sig-cert.pem"}, Case{"exchange", "xch-cert.der", "xch-cert.pem"}}) {
-    SCOPED_TRACE(c.spec);
-    const Outcome stored = Cli({"import-cert", name, "--spec", c.spec, "--in", WinPath(c.file), "--card", card, "--pin", "1234"});
+    SCOPED_TRACE(c.keySpec);
+    const Outcome stored = Cli({"import-cert", name, "--key-spec", c.keySpec, "--in", WinPath(c.file), "--card", card, "--pin", "1234"});
     ASSERT_EQ(stored.status, 0) << stored.err;
     EXPECT_TRUE(Contains(stored.out, "put into the user's \"MY\" store (1 added"));
-    ASSERT_EQ(Cli({"read-cert", name, "--spec", c.spec, "--out", WinPath("back.pem"), "--card", card}).status, 0);
+    ASSERT_EQ(Cli({"read-cert", name, "--key-spec", c.keySpec, "--out", WinPath("back.pem"), "--card", card}).status, 0);
     EXPECT_EQ(Native("openssl x509 -in " + Quoted(Path("back.pem")) + " -outform DER | sha1sum").out,
               Native("openssl x509 -in " + Quoted(Path(c.expected)) + " -outform DER | sha1sum").out);
   }
@@ -97,8 +97,8 @@ TEST_F(CliActions, StoredCertificatesReachApplicationsThroughTheUserStore) {
   const std::string containerString = "\\\\.\\" + card + "\\" + name;
   const Outcome found = Probe({"find", Tag() + " signer"});
   ASSERT_EQ(found.status, 0) << found.out;
-  EXPECT_TRUE(Contains(found.out, "link provider=Nivra pkcs11 CSP container=" + containerString + " spec=2"));
-  EXPECT_TRUE(Contains(found.out, "acquired provider=Nivra pkcs11 CSP container=" + name + " spec=2"));
+  EXPECT_TRUE(Contains(found.out, "link provider=Nivra pkcs11 CSP container=" + containerString + " keySpec=2"));
+  EXPECT_TRUE(Contains(found.out, "acquired provider=Nivra pkcs11 CSP container=" + name + " keySpec=2"));
 
   // A detached CMS signature made by CryptSignMessage with that certificate; OpenSSL verifies it.
   WriteText("data.txt", "signed through crypt32\n");
@@ -156,7 +156,7 @@ TEST_F(CliActions, PrivateKeysAreImportedFromTheirUsualFiles) {
   for (const Case& c : {Case{"pkcs1.pem", "pkcs1.pem", {}}, Case{"pkcs8.pem", "pkcs8.pem", {}},
                         Case{"key.p12", "pkcs8.pem", {"--password", "secret"}}}) {
     SCOPED_TRACE(c.file);
-    std::vector<std::string> args = {"import-key", name, "--spec", "signature", "--in", WinPath(c.file), "--card", card,
+    std::vector<std::string> args = {"import-key", name, "--key-spec", "signature", "--in", WinPath(c.file), "--card", card,
                                      "--pin", "1234"};
     args.insert(args.end(), c.extra.begin(), c.extra.end());
     const Outcome imported = Cli(args);
@@ -168,7 +168,7 @@ TEST_F(CliActions, PrivateKeysAreImportedFromTheirUsualFiles) {
            Quoted(Path("data.txt")));
   }
   // The PKCS#12 file's certificate came along with its key.
-  ASSERT_EQ(Cli({"read-cert", name, "--spec", "signature", "--out", WinPath("back.pem"), "--card", card}).status, 0);
+  ASSERT_EQ(Cli({"read-cert", name, "--key-spec", "signature", "--out", WinPath("back.pem"), "--card", card}).status, 0);
   EXPECT_EQ(Native("openssl x509 -in " + Quoted(Path("back.pem")) + " -outform DER | sha1sum").out,
             Native("openssl x509 -in " + Quoted(Path("p12-cert.pem")) + " -outform DER | sha1sum").out);
   Cli({"delete", name, "--card", card, "--pin", "1234"});

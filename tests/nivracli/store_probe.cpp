@@ -45,13 +45,13 @@ int Find(const char* subject) {
   Bytes info(length);
   if (length != 0 && CertGetCertificateContextProperty(cert, CERT_KEY_PROV_INFO_PROP_ID, info.data(), &length)) {
     const auto* key = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(info.data());
-    std::printf("link provider=%s container=%s spec=%lu\n", Narrow(key->pwszProvName).c_str(),
+    std::printf("link provider=%s container=%s keySpec=%lu\n", Narrow(key->pwszProvName).c_str(),
                 Narrow(key->pwszContainerName).c_str(), key->dwKeySpec);
   }
   HCRYPTPROV prov = 0;
-  DWORD spec = 0;
+  DWORD keySpec = 0;
   BOOL release = FALSE;
-  if (!CryptAcquireCertificatePrivateKey(cert, CRYPT_ACQUIRE_SILENT_FLAG, nullptr, &prov, &spec, &release)) {
+  if (!CryptAcquireCertificatePrivateKey(cert, CRYPT_ACQUIRE_SILENT_FLAG, nullptr, &prov, &keySpec, &release)) {
     std::printf("acquire failed 0x%08lX\n", GetLastError());
     return 2;
   }
@@ -59,7 +59,7 @@ int Find(const char* subject) {
   DWORD nameLength = sizeof(name), containerLength = sizeof(container);
   CryptGetProvParam(prov, PP_NAME, reinterpret_cast<BYTE*>(name), &nameLength, 0);
   CryptGetProvParam(prov, PP_CONTAINER, reinterpret_cast<BYTE*>(container), &containerLength, 0);
-  std::printf("acquired provider=%s container=%s spec=%lu\n", name, container, spec);
+  std::printf("acquired provider=%s container=%s keySpec=%lu\n", name, container, keySpec);
   if (release) CryptReleaseContext(prov, 0);
   CertFreeCertificateContext(cert);
   CertCloseStore(my, 0);

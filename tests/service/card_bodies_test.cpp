@@ -21,11 +21,11 @@ CardRequest Texts(const char* a, const char* b = "") {
   return r;
 }
 
-CardRequest Words(uint32_t handle, uint32_t spec, Bytes data = {}) {
+CardRequest Words(uint32_t handle, uint32_t keySpec, Bytes data = {}) {
   CardRequest r;
   r.handle = handle;
   r.index = handle;
-  r.keySpec = spec;
+  r.keySpec = keySpec;
   r.data = std::move(data);
   return r;
 }

@@ -195,11 +195,11 @@ std::vector<CardContainer> ReadCard(const Args& args, const std::string& card) {
       Fail("opening container \"" + name + "\"", GetLastError());
     }
     Context ctx(prov);
-    for (DWORD spec : {static_cast<DWORD>(AT_SIGNATURE), static_cast<DWORD>(AT_KEYEXCHANGE)}) {
+    for (DWORD keySpec : {static_cast<DWORD>(AT_SIGNATURE), static_cast<DWORD>(AT_KEYEXCHANGE)}) {
       Key key;
-      if (!CryptGetUserKey(ctx.get(), spec, key.out())) continue;
+      if (!CryptGetUserKey(ctx.get(), keySpec, key.out())) continue;
       CardKey entry;
-      entry.keySpec = spec;
+      entry.keySpec = keySpec;
       DWORD length = sizeof(entry.bits);
       CryptGetKeyParam(key.get(), KP_KEYLEN, reinterpret_cast<BYTE*>(&entry.bits), &length, 0);
       entry.certificate = ReadCardCertificate(key.get());

@@ -12,7 +12,7 @@ namespace nivracli {
 namespace {
 
 // Options followed by a value; every other --option is a flag.
-const char* const kValueOptions[] = {"provider", "card", "pin", "spec", "bits", "format", "in",
+const char* const kValueOptions[] = {"provider", "card", "pin", "key-spec", "bits", "format", "in",
                                      "out", "sig", "hash", "password", "old-pin", "new-pin",
                                      "so-pin"};
 
@@ -42,11 +42,11 @@ std::string Args::Word(size_t index, const char* what) const {
 }
 
 DWORD Args::KeySpec(DWORD fallback) const {
-  const std::string spec = Get("spec");
-  if (spec.empty()) return fallback;
-  if (spec == "signature" || spec == "sig") return AT_SIGNATURE;
-  if (spec == "exchange" || spec == "keyx" || spec == "exch") return AT_KEYEXCHANGE;
-  UsageError("--spec is signature or exchange, not \"" + spec + "\"");
+  const std::string keySpec = Get("key-spec");
+  if (keySpec.empty()) return fallback;
+  if (keySpec == "signature" || keySpec == "sig") return AT_SIGNATURE;
+  if (keySpec == "exchange" || keySpec == "keyx" || keySpec == "exch") return AT_KEYEXCHANGE;
+  UsageError("--key-spec is signature or exchange, not \"" + keySpec + "\"");
 }
 
 std::string Args::Provider() const { return Get("provider", "Nivra pkcs11 CSP"); }

@@ -22,7 +22,7 @@ struct Args {
   std::string Need(const std::string& name) const;
   // The positional word `index`, named `what` in the usage error when it is missing.
   std::string Word(size_t index, const char* what) const;
-  // --spec as a key spec (AT_SIGNATURE or AT_KEYEXCHANGE), `fallback` without it.
+  // --key-spec as a key spec (AT_SIGNATURE or AT_KEYEXCHANGE), `fallback` without it.
   DWORD KeySpec(DWORD fallback) const;
   // --card, the token slot's name ("" when none was named).
   std::string Card() const { return Get("card"); }

@@ -17,17 +17,17 @@ namespace {
 
 int ImportCertificate(const Args& args) {
   const std::string name = args.Word(0, "a container name");
-  const DWORD spec = args.KeySpec(AT_KEYEXCHANGE);
+  const DWORD keySpec = args.KeySpec(AT_KEYEXCHANGE);
   Bytes der = CertificateFromFile(ReadWholeFile(args.Need("in")));
   Context ctx = OpenContainer(args, name, 0, true);
   Key key;
-  GetUserKey(ctx, spec, &key);
+  GetUserKey(ctx, keySpec, &key);
   if (!CryptSetKeyParam(key.get(), KP_CERTIFICATE, der.data(), 0)) {
     FailLast("storing the certificate on the card");
   }
-  std::printf("certificate stored with the %s key of container \"%s\"\n", KeySpecName(spec), name.c_str());
+  std::printf("certificate stored with the %s key of container \"%s\"\n", KeySpecName(keySpec), name.c_str());
   PropagationResult r;
-  PropagateCertificate(args, ChosenCard(args), name, spec, der, &r);
+  PropagateCertificate(args, ChosenCard(args), name, keySpec, der, &r);
   std::printf("certificate put into the user's \"MY\" store (%d added, %d already there, %d replaced)\n",
               r.added, r.kept, r.removed);
   return kExitOk;
@@ -35,13 +35,13 @@ int ImportCertificate(const Args& args) {
 
 int ReadCertificate(const Args& args) {
   const std::string name = args.Word(0, "a container name");
-  const DWORD spec = args.KeySpec(AT_KEYEXCHANGE);
+  const DWORD keySpec = args.KeySpec(AT_KEYEXCHANGE);
   Context ctx = OpenContainer(args, name, CRYPT_SILENT, false);
   Key key;
-  GetUserKey(ctx, spec, &key);
+  GetUserKey(ctx, keySpec, &key);
   const Bytes der = ReadCardCertificate(key.get());
   if (der.empty()) {
-    FailWith(std::string("the ") + KeySpecName(spec) + " key of container \"" + name +
+    FailWith(std::string("the ") + KeySpecName(keySpec) + " key of container \"" + name +
                  "\" has no certificate",
              kExitNoKey);
   }
@@ -58,11 +58,11 @@ int ReadCertificate(const Args& args) {
 }  // namespace
 
 void AddCertificateCommands(std::vector<Command>* commands) {
-  commands->push_back({"import-cert", "CONTAINER --in FILE [--spec S]",
-                       "store a certificate (DER or PEM) with a container key (default spec: "
+  commands->push_back({"import-cert", "CONTAINER --in FILE [--key-spec S]",
+                       "store a certificate (DER or PEM) with a container key (default key keySpec: "
                        "exchange) and put it into the user's \"MY\" store",
                        ImportCertificate});
-  commands->push_back({"read-cert", "CONTAINER [--spec S] [--out FILE]",
+  commands->push_back({"read-cert", "CONTAINER [--key-spec S] [--out FILE]",
                        "read a container key's certificate back (PEM)", ReadCertificate});
 }
 

@@ -18,29 +18,29 @@ namespace {
 
 int GenerateKey(const Args& args) {
   const std::string name = args.Word(0, "a container name");
-  const DWORD spec = args.KeySpec(AT_SIGNATURE);
+  const DWORD keySpec = args.KeySpec(AT_SIGNATURE);
   const DWORD bits = static_cast<DWORD>(std::stoul(args.Get("bits", "2048")));
   Context ctx = OpenContainer(args, name, 0, true);
   Key key;
   {
-    CardWait wait("generating a " + std::to_string(bits) + "-bit " + KeySpecName(spec) +
+    CardWait wait("generating a " + std::to_string(bits) + "-bit " + KeySpecName(keySpec) +
                   " key pair on the card (a slow card takes a minute or more)");
-    if (!CryptGenKey(ctx.get(), spec, bits << 16, key.out())) {
-      FailLast(std::string("generating the ") + KeySpecName(spec) + " key pair");
+    if (!CryptGenKey(ctx.get(), keySpec, bits << 16, key.out())) {
+      FailLast(std::string("generating the ") + KeySpecName(keySpec) + " key pair");
     }
   }
-  std::printf("%s key pair of %lu bits generated in container \"%s\"\n", KeySpecName(spec), bits,
+  std::printf("%s key pair of %lu bits generated in container \"%s\"\n", KeySpecName(keySpec), bits,
               name.c_str());
   return kExitOk;
 }
 
 int ExportKey(const Args& args) {
   const std::string name = args.Word(0, "a container name");
-  const DWORD spec = args.KeySpec(AT_SIGNATURE);
+  const DWORD keySpec = args.KeySpec(AT_SIGNATURE);
   const std::string format = args.Get("format", "pem");
   Context ctx = OpenContainer(args, name, CRYPT_SILENT, false);
   Key key;
-  GetUserKey(ctx, spec, &key);
+  GetUserKey(ctx, keySpec, &key);
   Bytes out;
   if (format == "blob") {
     DWORD length = 0;
@@ -50,12 +50,12 @@ int ExportKey(const Args& args) {
     out.resize(length);
   } else if (format == "pem") {
     DWORD length = 0;
-    if (!CryptExportPublicKeyInfo(ctx.get(), spec, X509_ASN_ENCODING, nullptr, &length)) {
+    if (!CryptExportPublicKeyInfo(ctx.get(), keySpec, X509_ASN_ENCODING, nullptr, &length)) {
       FailLast("exporting the public key");
     }
     Bytes info(length);
     auto* publicKey = reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(info.data());
-    if (!CryptExportPublicKeyInfo(ctx.get(), spec, X509_ASN_ENCODING, publicKey, &length)) {
+    if (!CryptExportPublicKeyInfo(ctx.get(), keySpec, X509_ASN_ENCODING, publicKey, &length)) {
       FailLast("exporting the public key");
     }
     BYTE* der = nullptr;
@@ -72,7 +72,7 @@ int ExportKey(const Args& args) {
   }
   if (args.Has("out")) {
     WriteWholeFile(args.Get("out"), out);
-    std::printf("%s public key written to %s (%s)\n", KeySpecName(spec), args.Get("out").c_str(),
+    std::printf("%s public key written to %s (%s)\n", KeySpecName(keySpec), args.Get("out").c_str(),
                 format == "pem" ? "PEM SubjectPublicKeyInfo" : "PUBLICKEYBLOB");
   } else {
     std::fwrite(out.data(), 1, out.size(), stdout);
@@ -101,7 +101,7 @@ Bytes PrivateKeyBlobFromPfx(const Bytes& file, const std::string& password, DWOR
                               info->dwFlags)) {
       continue;
     }
-    // Wine's PFXImportCertStore records key spec 3 while it installs an exchange key.
+    // Wine's PFXImportCertStore records key keySpec 3 while it installs an exchange key.
     HCRYPTKEY key = 0;
     if (CryptGetUserKey(prov, info->dwKeySpec, &key) || CryptGetUserKey(prov, AT_KEYEXCHANGE, &key) ||
         CryptGetUserKey(prov, AT_SIGNATURE, &key)) {
@@ -131,31 +131,31 @@ Bytes PrivateKeyBlobFromPfx(const Bytes& file, const std::string& password, DWOR
 
 int ImportKey(const Args& args) {
   const std::string name = args.Word(0, "a container name");
-  const DWORD spec = args.KeySpec(AT_KEYEXCHANGE);
+  const DWORD keySpec = args.KeySpec(AT_KEYEXCHANGE);
   const Bytes file = ReadWholeFile(args.Need("in"));
   CRYPT_DATA_BLOB asPfx{static_cast<DWORD>(file.size()), const_cast<BYTE*>(file.data())};
   Bytes certificate;
-  Bytes blob = PFXIsPFXBlob(&asPfx) ? PrivateKeyBlobFromPfx(file, args.Get("password"), spec, &certificate)
-                                    : PrivateKeyBlobFromKeyFile(file, spec);
+  Bytes blob = PFXIsPFXBlob(&asPfx) ? PrivateKeyBlobFromPfx(file, args.Get("password"), keySpec, &certificate)
+                                    : PrivateKeyBlobFromKeyFile(file, keySpec);
   Context ctx = OpenContainer(args, name, 0, true);
   Key key;
   {
-    CardWait wait(std::string("storing the ") + KeySpecName(spec) + " private key on the card");
+    CardWait wait(std::string("storing the ") + KeySpecName(keySpec) + " private key on the card");
     if (!CryptImportKey(ctx.get(), blob.data(), static_cast<DWORD>(blob.size()), 0, 0, key.out())) {
       SecureZeroMemory(blob.data(), blob.size());
       FailLast("storing the private key on the card");
     }
   }
   SecureZeroMemory(blob.data(), blob.size());
-  std::printf("%s private key imported into container \"%s\"\n", KeySpecName(spec), name.c_str());
+  std::printf("%s private key imported into container \"%s\"\n", KeySpecName(keySpec), name.c_str());
   if (!certificate.empty()) {
     Key pair;
-    GetUserKey(ctx, spec, &pair);
+    GetUserKey(ctx, keySpec, &pair);
     if (!CryptSetKeyParam(pair.get(), KP_CERTIFICATE, certificate.data(), 0)) {
       FailLast("storing the PKCS#12 file's certificate on the card");
     }
     PropagationResult r;
-    PropagateCertificate(args, ChosenCard(args), name, spec, certificate, &r);
+    PropagateCertificate(args, ChosenCard(args), name, keySpec, certificate, &r);
     std::printf("the file's certificate stored with the key and put into the user's \"MY\" store\n");
   }
   return kExitOk;
@@ -164,13 +164,13 @@ int ImportKey(const Args& args) {
 }  // namespace
 
 void AddKeyCommands(std::vector<Command>* commands) {
-  commands->push_back({"genkey", "CONTAINER [--spec signature|exchange] [--bits 1024|1536|2048]",
+  commands->push_back({"genkey", "CONTAINER [--key-spec signature|exchange] [--bits 1024|1536|2048]",
                        "generate a key pair on the card (default: signature, 2048 bits)", GenerateKey});
-  commands->push_back({"export-key", "CONTAINER [--spec S] [--format pem|blob] [--out FILE]",
+  commands->push_back({"export-key", "CONTAINER [--key-spec S] [--format pem|blob] [--out FILE]",
                        "export a public key as PEM (SubjectPublicKeyInfo) or PUBLICKEYBLOB", ExportKey});
-  commands->push_back({"import-key", "CONTAINER --in FILE [--spec S] [--password P]",
+  commands->push_back({"import-key", "CONTAINER --in FILE [--key-spec S] [--password P]",
                        "import an RSA private key (PEM/DER PKCS#1 or PKCS#8, or PKCS#12 with its "
-                       "certificate) into a container (default spec: exchange)",
+                       "certificate) into a container (default key keySpec: exchange)",
                        ImportKey});
 }
 

@@ -51,21 +51,21 @@ void WriteResult(const Args& args, const Bytes& bytes, const char* what) {
   std::printf("%s written to %s (%u bytes)\n", what, args.Get("out").c_str(), static_cast<unsigned>(bytes.size()));
 }
 
-int SignRaw(const Args& args, const std::string& container, DWORD spec, const Bytes& data) {
+int SignRaw(const Args& args, const std::string& container, DWORD keySpec, const Bytes& data) {
   Context ctx = OpenContainer(args, container, 0, true);
   Hash hash(ctx, ChosenHash(args).alg, data);
   DWORD length = 0;
-  if (!CryptSignHashW(hash.get(), spec, nullptr, 0, nullptr, &length)) FailLast("signing on the card");
+  if (!CryptSignHashW(hash.get(), keySpec, nullptr, 0, nullptr, &length)) FailLast("signing on the card");
   Bytes signature(length);
-  if (!CryptSignHashW(hash.get(), spec, nullptr, 0, signature.data(), &length)) FailLast("signing on the card");
+  if (!CryptSignHashW(hash.get(), keySpec, nullptr, 0, signature.data(), &length)) FailLast("signing on the card");
   signature.resize(length);
   WriteResult(args, Reversed(signature), "signature (PKCS#1 v1.5, big-endian)");
   return kExitOk;
 }
 
-int SignCms(const Args& args, const std::string& container, DWORD spec, const Bytes& data) {
+int SignCms(const Args& args, const std::string& container, DWORD keySpec, const Bytes& data) {
   LogIn(args, ChosenCard(args));
-  CertificateRef cert(CertificateOfContainerKey(args, container, spec));
+  CertificateRef cert(CertificateOfContainerKey(args, container, keySpec));
   PCCERT_CONTEXT certs[] = {cert.get()};
   CRYPT_SIGN_MESSAGE_PARA para{};
   para.cbSize = sizeof(para);
@@ -91,23 +91,23 @@ int SignCms(const Args& args, const std::string& container, DWORD spec, const By
 
 int Sign(const Args& args) {
   const std::string container = args.Word(0, "a container name");
-  const DWORD spec = args.KeySpec(AT_SIGNATURE);
+  const DWORD keySpec = args.KeySpec(AT_SIGNATURE);
   const Bytes data = ReadWholeFile(args.Need("in"));
-  return args.Has("cms") ? SignCms(args, container, spec, data) : SignRaw(args, container, spec, data);
+  return args.Has("cms") ? SignCms(args, container, keySpec, data) : SignRaw(args, container, keySpec, data);
 }
 
 int VerifyRaw(const Args& args, const std::string& container, const Bytes& data, const Bytes& signature) {
-  const DWORD spec = args.KeySpec(AT_SIGNATURE);
+  const DWORD keySpec = args.KeySpec(AT_SIGNATURE);
   Context ctx = OpenContainer(args, container, CRYPT_SILENT, false);
   Key key;
-  GetUserKey(ctx, spec, &key);
+  GetUserKey(ctx, keySpec, &key);
   Hash hash(ctx, ChosenHash(args).alg, data);
   const Bytes littleEndian = Reversed(signature);
   if (!CryptVerifySignatureW(hash.get(), littleEndian.data(), static_cast<DWORD>(littleEndian.size()),
                              key.get(), nullptr, 0)) {
     FailLast("the signature does not verify");
   }
-  std::printf("signature verified with the %s key of container \"%s\"\n", KeySpecName(spec), container.c_str());
+  std::printf("signature verified with the %s key of container \"%s\"\n", KeySpecName(keySpec), container.c_str());
   return kExitOk;
 }
 
@@ -139,11 +139,11 @@ int Verify(const Args& args) {
 }  // namespace
 
 void AddSignatureCommands(std::vector<Command>* commands) {
-  commands->push_back({"sign", "CONTAINER --in FILE --out SIG [--hash sha1|md5] [--spec S] [--cms]",
+  commands->push_back({"sign", "CONTAINER --in FILE --out SIG [--hash sha1|md5] [--key-spec S] [--cms]",
                        "sign a file on the card: raw PKCS#1 v1.5 signature (big-endian), or with "
                        "--cms a detached CMS signature through CryptSignMessage",
                        Sign});
-  commands->push_back({"verify", "CONTAINER --in FILE --sig SIG [--hash H] [--spec S] | --cms --in FILE --sig SIG",
+  commands->push_back({"verify", "CONTAINER --in FILE --sig SIG [--hash H] [--key-spec S] | --cms --in FILE --sig SIG",
                        "verify a raw signature with the container's public key, or a detached "
                        "CMS signature with the certificate it carries",
                        Verify});

@@ -35,7 +35,7 @@ void PrintHelp(const std::vector<Command>& commands) {
       "                   provider asks in its PIN dialog)\n"
       "  --silent         never show a dialog; fail instead\n"
       "  --provider NAME  another provider (default \"Nivra pkcs11 CSP\")\n"
-      "  --spec S         key spec: signature or exchange\n"
+      "  --key-spec S         key spec: signature or exchange\n"
       "\ncommands:\n");
   for (const Command& c : commands) {
     std::printf("  %s %s\n      %s\n", c.name, c.usage, c.summary);
