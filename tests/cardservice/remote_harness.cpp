@@ -2,11 +2,9 @@
 
 #include <random>
 
-#include "crypto/pkcs1.h"
 #include "service/frames/card_key_exchange.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/session_handshake.h"
-#include "tests/cardservice/openssl_peer.h"
 
 namespace nivra::cardtest {
 
@@ -54,23 +52,6 @@ CardResult CardSession::Call(uint16_t command, const frames::CardRequest& reques
   frames::BuildCardRequest(command, request, &inner);
   frames::WrapFrame(cipher_.Get(), inner.data(), inner.size(), &wrapped);
   return Exchange(client_, cipher_.Get(), wrapped, command, blockLength);
-}
-
-void RemoteTest::GenerateAndSign(const CardCaller& call, uint32_t handle, uint32_t keySpec) {
-  frames::CardRequest generate = Key(handle, keySpec);
-  generate.bits = 1024;
-  generate.exponent = 65537;
-  CardResult generated = call(frames::kCmdGenerateKeyPair, generate, 0);
-  ASSERT_EQ(generated.status, 0u);
-  const frames::PublicKeyBlock& key = generated.response.publicKey;
-  const size_t k = key.modulus.size();
-  const ByteString message = {'r', 'e', 'm', 'o', 't', 'e'};
-  ByteString digestInfo = Sha256DigestInfo(message), block(k);
-  ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), k, digestInfo.data(), digestInfo.size()),
-            crypto::kOk);
-  CardResult signature = call(frames::kCmdPrivateKeyOp, Key(handle, keySpec, block), k);
-  ASSERT_EQ(signature.status, 0u);
-  EXPECT_TRUE(OpenSslVerifiesSha256(key.modulus, key.exponent, message, signature.response.data));
 }
 
 std::string RemoteTest::CardConfig() {

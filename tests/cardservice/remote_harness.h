@@ -2,7 +2,6 @@
 // Devices and service cards as the provider meets them: a service configured with two devices and
 // two cards on the scratch token (the cards on loopback addresses drawn per test, so that
 // concurrent runs never meet), and the module's side of a service card's key exchange.
-#include <functional>
 #include <string>
 
 #include "tests/cardservice/service_fixture.h"
@@ -40,16 +39,9 @@ class CardSession {
   bool ready_ = false;
 };
 
-// Sends one card command over some road (device frame, service card).
-using CardCaller =
-    std::function<CardResult(uint16_t command, const frames::CardRequest&, size_t blockLength)>;
-
 class RemoteTest : public ServiceTest {
  protected:
   std::string CardConfig() override;
-  // Generates a 1024-bit pair for keySpec in the container over `call`, signs with it over the
-  // same road and has OpenSSL verify the signature.
-  void GenerateAndSign(const CardCaller& call, uint32_t handle, uint32_t keySpec);
   // The loopback addresses of the two cards.
   std::string desk_, spare_;
 };

@@ -35,6 +35,13 @@ constexpr uint32_t kClientKeyBits = 1024;
 
 bool Run(const std::string& command) { return std::system(command.c_str()) == 0; }
 
+std::string ReadText(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
 }  // namespace
 
 ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig,
@@ -61,15 +68,16 @@ ServiceProcess::ServiceProcess(const std::string& module, const std::string& car
     std::string served = module.empty() ? kSoftHsmModule : module;
     std::string cards = directory_ + "/cards.conf", control = directory_ + "/control";
     std::string controlPort = directory_ + "/control-port";
+    std::vector<const char*> args = {NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
+                                     portFile.c_str(), "--module", served.c_str(), "--trace"};
     if (!cardConfig.empty()) {
       std::ofstream(cards) << cardConfig;
-      execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
-            portFile.c_str(), "--module", served.c_str(), "--trace", "--cards", cards.c_str(),
-            "--control", tcpControl ? "tcp:127.0.0.1:0" : control.c_str(), "--control-port-file",
-            controlPort.c_str(), static_cast<char*>(nullptr));
+      args.insert(args.end(), {"--cards", cards.c_str(), "--control",
+                               tcpControl ? "tcp:127.0.0.1:0" : control.c_str(),
+                               "--control-port-file", controlPort.c_str()});
     }
-    execl(NIVRA_CARD_SERVICE, NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
-          portFile.c_str(), "--module", served.c_str(), "--trace", static_cast<char*>(nullptr));
+    args.push_back(nullptr);
+    execv(NIVRA_CARD_SERVICE, const_cast<char* const*>(args.data()));
     _exit(127);
   }
   pid_ = pid;
@@ -90,12 +98,7 @@ ServiceProcess::~ServiceProcess() {
   if (!directory_.empty()) Run("rm -rf " + directory_);
 }
 
-std::string ServiceProcess::Log() const {
-  std::ifstream in(directory_ + "/service.log");
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string ServiceProcess::Log() const { return ReadText(directory_ + "/service.log"); }
 
 std::string ServiceProcess::Control(const std::string& line) const {
   int fd = -1;
@@ -131,10 +134,7 @@ int ServiceProcess::StartWithConfig(const std::string& cardConfig, std::string* 
   std::string command = std::string("timeout 20 ") + NIVRA_CARD_SERVICE +
                         " --listen 127.0.0.1:0 --cards " + cards + " >" + log + " 2>&1";
   int status = std::system(command.c_str());
-  std::ifstream in(log);
-  std::stringstream text;
-  text << in.rdbuf();
-  *output = text.str();
+  *output = ReadText(log);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
