@@ -1,6 +1,7 @@
 // Service cards on their own loopback addresses: the card's side of the key exchange, card
-// commands with no outer frame, broken clients on the new listeners, and the configuration that
+// commands with no outer frame, broken clients on every listener, and the configuration that
 // the service refuses to start with.
+#include "crypto/rsa_interface.h"
 #include "service/frames/card_key_exchange.h"
 #include "service/frames/confirmation_state.h"
 #include "service/frames/device_records.h"
@@ -86,56 +87,76 @@ TEST_F(CardTest, CardCommandsRunAfterAConfirmationOrAPin) {
   EXPECT_EQ(spare.Call(frames::kCmdOpenContainer, name).response.name, "desk-keys");
 }
 
-TEST_F(CardTest, BrokenClientsOnTheNewListenersAreClosedAlone) {
-  // A healthy session on each listener stays usable throughout.
-  CardSession bystander(desk_, kDesk);
-  ASSERT_TRUE(bystander.Establish());
+frames::Bytes Frame(uint16_t command, uint32_t status, frames::Bytes body) {
+  frames::Bytes frame;
+  frames::BuildFrame(command, status, body.data(), body.size(), &frame);
+  return frame;
+}
+
+TEST_F(CardTest, BrokenClientsOnEveryListenerAreClosedAlone) {
+  // A logged-in channel and a card session stay usable throughout.
+  CardSession card(desk_, kDesk);
+  ASSERT_TRUE(card.Establish());
   auto channel = Open();
-  frames::Bytes unknownCommand, halfFrame, sessionKeyFirst, deviceFrame;
-  frames::BuildFrame(0x3333, 0, nullptr, 0, &unknownCommand);
-  const uint8_t announced[] = {0x01, 0x10, 100, 0, 0, 0, 0, 0, 1, 2, 3};
-  halfFrame.assign(announced, announced + sizeof announced);
-  frames::BuildFrame(frames::kCmdCardSessionKey, 0, announced, sizeof announced, &sessionKeyFirst);
+  Login(*channel);
+  const frames::Bytes unknownCommand = Frame(0x3333, 0, {});
+  const frames::Bytes announced = {0x01, 0x10, 100, 0, 0, 0, 0, 0, 1, 2, 3};
+  frames::Bytes deviceFrame, weakHello;
   frames::BuildDeviceFrame(kPhone, unknownCommand.data(), unknownCommand.size(), &deviceFrame);
+  frames::RsaOwner weakKey;
+  ASSERT_EQ(crypto::RsaGenerateNewKey(weakKey.Out(), 512, 65537), crypto::kOk);
+  ASSERT_EQ(frames::BuildHello(weakKey.Get(), &weakHello), frames::FrameStatus::kOk);
   struct Case {
-    const char* name;
     bool cardAddress;
     frames::Bytes bytes;
     bool hangUp;  // the client leaves after sending
     const char* logged;
   };
   const Case cases[] = {
-      {"unwrapped command on a card", true, unknownCommand, false,
-       "garbage from the client: a card command before the key exchange"},
-      {"session key before the offer", true, sessionKeyFirst, false,
-       "garbage from the client: a session key before the key offer"},
-      {"half a frame, then gone", true, halfFrame, true, "client disconnected mid-frame"},
-      {"device frame before the handshake", false, deviceFrame, false,
-       "garbage from the client: device frame before the handshake"},
-      {"device list with a body", false,
-       [&] { frames::Bytes b; frames::BuildFrame(frames::kCmdDeviceList, 0, announced, 2, &b);
-            return b; }(),
-       false, "garbage from the client: device list with a body"},
+      {false, Frame(0x4242, 0, {1, 2, 3}), false, "unknown command"},
+      {false, Frame(frames::kCmdSlotList, 5, {}), false, "a request with a status"},
+      {false, Frame(frames::kCmdSlotList, 0, {0}), false, "slot list with a body"},
+      {false, Frame(frames::kCmdSlotInfo, 0, {1, 2, 3}), false, "4-byte slot ID"},
+      {false, Frame(frames::kCmdSlotFrame, 0, frames::Bytes(16)), false,
+       "slot frame before the handshake"},
+      {false, Frame(frames::kCmdHello, 0, {3, 0, 0x30, 0}), false, "malformed hello"},
+      {false, Frame(frames::kCmdHello, 0, {2, 0, 0x30, 3, 2, 1, 5}), false,
+       "hello without a usable RSA public key"},
+      {false, weakHello, false, "hello with a key below 1024 bits"},
+      {false, deviceFrame, false, "device frame before the handshake"},
+      {false, Frame(frames::kCmdDeviceList, 0, {1, 2}), false, "device list with a body"},
+      {true, unknownCommand, false, "a card command before the key exchange"},
+      {true, Frame(frames::kCmdCardSessionKey, 0, announced), false,
+       "a session key before the key offer"},
+      {true, announced, true, "client disconnected mid-frame"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(c.logged);
     {
       auto client = c.cardAddress ? std::make_unique<Client>(kCardPort, desk_)
                                   : std::make_unique<Client>(service_->port());
       ASSERT_TRUE(client->connected());
       ASSERT_TRUE(client->Send(c.bytes));
-      if (!c.hangUp) {
-        EXPECT_TRUE(client->ClosedByService());
-      }
+      if (!c.hangUp) EXPECT_TRUE(client->ClosedByService());
     }
-    EXPECT_EQ(bystander.Call(frames::kCmdLoginState).status, 0u);
-    EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdLoginState, {}).status, 0u);
+    EXPECT_EQ(card.Call(frames::kCmdLoginState).status, 0u);
+    EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);
   }
+  // A channel whose slot frame does not decrypt (not whole cipher blocks, or wrapped under
+  // another channel's session key) is closed too.
+  for (const frames::Bytes& garbage : {Frame(frames::kCmdSlotFrame, 0, frames::Bytes(13, 0xA5)),
+                                       channel->WrapRequest(slot_, frames::kCmdLoginState, {})}) {
+    auto broken = Open();
+    ASSERT_TRUE(broken->client().Send(garbage));
+    EXPECT_TRUE(broken->client().ClosedByService());
+  }
+  EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);
   // Every connection thread has logged once the service has stopped.
   int status = service_->Terminate(10000);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
   std::string log = service_->Log();
   for (const Case& c : cases) EXPECT_NE(log.find(c.logged), std::string::npos) << c.logged;
+  EXPECT_NE(log.find("slot frame that does not decrypt"), std::string::npos);
 }
 
 using ConfigTest = ServiceTest;
