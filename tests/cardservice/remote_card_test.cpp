@@ -13,51 +13,40 @@ namespace {
 
 using CardTest = RemoteTest;
 
-TEST_F(CardTest, KeyExchangeIsTakenOnlyForTheCardOfTheAddress) {
+TEST_F(CardTest, KeyExchangeIsTakenOnlyForTheCardOfTheAddressAndAGoodSecret) {
+  frames::Bytes good(frames::kSessionSecretSize);
+  ASSERT_EQ(frames::MakeSessionSecret(good.data()), frames::FrameStatus::kOk);
+  frames::Bytes longer = good, badCheck = good;
+  longer.push_back(0);
+  badCheck.back() ^= 1;  // the check block of another key
   struct Case {
     const char* offered;
     bool onDesk;  // connect to desk-1's address, else desk-2's
-    uint32_t status;
+    uint32_t offerStatus;
+    frames::Bytes secret;  // empty: a fresh one, which makes the session ready
+    uint32_t secretStatus;
   };
   const Case cases[] = {
-      {kDesk, true, 0},
-      {kSpare, false, 0},
-      {kSpare, true, kScardUnknownCard},  // another card's name on this address
-      {"", true, kScardUnknownCard},
+      {kDesk, true, 0, {}, 0},
+      {kSpare, false, 0, {}, 0},
+      {kSpare, true, kScardUnknownCard, {}, 0},  // another card's name on this address
+      {"", true, kScardUnknownCard, {}, 0},
+      {kDesk, true, 0, frames::Bytes(good.begin(), good.end() - 1), kNteBadData},
+      {kDesk, true, 0, longer, kNteBadData},
+      {kDesk, true, 0, badCheck, kNteBadData},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.offered) + (c.onDesk ? " on desk-1" : " on desk-2"));
+    SCOPED_TRACE(std::string(c.offered) + (c.onDesk ? " on desk-1, " : " on desk-2, ") +
+                 std::to_string(c.secret.size()) + "-byte secret");
     CardSession session(c.onDesk ? desk_ : spare_, c.offered);
-    EXPECT_EQ(session.offerStatus(), c.status);
-    if (c.status != 0) {
-      // A refused offer ends the connection.
-      EXPECT_TRUE(session.client().ClosedByService());
+    EXPECT_EQ(session.offerStatus(), c.offerStatus);
+    if (c.offerStatus == 0 && c.secret.empty()) {
+      ASSERT_TRUE(session.Establish());
+      EXPECT_EQ(session.Call(frames::kCmdLoginState).status, 0u);
       continue;
     }
-    ASSERT_TRUE(session.Establish());
-    EXPECT_EQ(session.Call(frames::kCmdLoginState).status, 0u);
-  }
-}
-
-TEST_F(CardTest, UnusableSessionKeyIsRefusedAndEndsTheConnection) {
-  frames::Bytes good(frames::kSessionSecretSize);
-  ASSERT_EQ(frames::MakeSessionSecret(good.data()), frames::FrameStatus::kOk);
-  frames::Bytes badCheck = good;
-  badCheck.back() ^= 1;
-  struct Case {
-    const char* name;
-    frames::Bytes secret;
-  };
-  const Case cases[] = {
-      {"23 bytes", frames::Bytes(good.begin(), good.end() - 1)},
-      {"25 bytes", [&] { frames::Bytes b = good; b.push_back(0); return b; }()},
-      {"check block of another key", badCheck},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    CardSession session(desk_, kDesk);
-    ASSERT_EQ(session.offerStatus(), 0u);
-    EXPECT_EQ(session.SendSecret(c.secret), kNteBadData);
+    // A refused offer or secret ends the connection.
+    if (c.offerStatus == 0) EXPECT_EQ(session.SendSecret(c.secret), c.secretStatus);
     EXPECT_TRUE(session.client().ClosedByService());
   }
 }
