@@ -64,23 +64,15 @@ void Drain(PeerConnection& c) {
   }
 }
 
-Bytes SecretCheckingPlaintext(const Bytes& checkPlain) {
-  Bytes secret = FreshSecret();
-  frames::CipherOwner cipher;
-  crypto::CipherCreateTdes2(cipher.Out(), secret.data());
-  size_t n = 8, m = 8;
-  crypto::CipherUpdate(cipher.Get(), checkPlain.data(), checkPlain.size(), secret.data() + 16, &n,
-                       true);
-  crypto::CipherFinal(cipher.Get(), secret.data() + 16 + n, &m);
-  return secret;
-}
-
 void SetBodyLength(Bytes& frame, size_t body) {
   frame.resize(frames::kHeaderSize + body, 0x5A);
   frame[2] = static_cast<uint8_t>(body);
   frame[3] = static_cast<uint8_t>(body >> 8);
 }
 
+// One fault of each branch the provider takes: a refused hello, a frame the codec refuses (its
+// every length and field rule is proven against OpenSSL natively), a secret that fails to decrypt,
+// and one that fails to open.
 TEST_F(TransportWire, HandshakeFaultsGiveTheirCodesOnBothDecryptionPaths) {
   constexpr size_t k = 256;
   struct Case {
@@ -94,13 +86,8 @@ TEST_F(TransportWire, HandshakeFaultsGiveTheirCodesOnBothDecryptionPaths) {
       {"hello refused", FreshSecret(), [](Bytes& f) { f[4] = 0x2E; f[6] = 0x10; f[7] = 0x80; },
        0x8010002E},
       {"k+1 bytes", FreshSecret(), [](Bytes& f) { SetBodyLength(f, k + 3); }, provider::kNteBadData},
-      {"k+3 bytes", FreshSecret(), [](Bytes& f) { SetBodyLength(f, k + 5); }, provider::kNteBadData},
-      {"key format 1", FreshSecret(), [](Bytes& f) { f[8] = 1; }, provider::kNteBadData},
       {"tampered", FreshSecret(), [](Bytes& f) { f[40] ^= 0x10; }, provider::kNteBadData},
-      {"check of a non-zero byte", SecretCheckingPlaintext({0, 0, 0, 1}), nullptr,
-       provider::kNteBadData},
       {"secret of 23 bytes", Bytes(23, 0x11), nullptr, provider::kNteBadData},
-      {"secret of 25 bytes", Bytes(25, 0x11), nullptr, provider::kNteBadData},
   };
   for (bool systemProvider : {true, false}) {
     for (const Case& c : cases) {
