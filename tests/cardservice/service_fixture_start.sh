@@ -21,18 +21,12 @@ if [ -f "$dir/service.pid" ]; then
   kill "$(cat "$dir/service.pid")" 2>/dev/null || true
 fi
 rm -rf "$dir"
-mkdir -p "$dir/tokens"
+mkdir -p "$dir"
 if [ -n "$shared" ]; then
   export SOFTHSM2_CONF="$shared"
 else
-  cat > "$dir/softhsm2.conf" <<CONF
-directories.tokendir = $dir/tokens
-objectstore.backend = file
-log.level = ERROR
-slots.removable = false
-CONF
+  sh "$(dirname "$0")/../scratch_tokens.sh" "$dir" nivra-service
   export SOFTHSM2_CONF="$dir/softhsm2.conf"
-  softhsm2-util --init-token --free --label nivra-service --pin 1234 --so-pin 5678 >/dev/null
 fi
 set --
 if [ -n "$cards" ]; then

@@ -17,17 +17,8 @@ if [ -f "$dir/helper.pid" ]; then
   kill "$(cat "$dir/helper.pid")" 2>/dev/null || true
 fi
 rm -rf "$dir"
-mkdir -p "$dir/tokens"
-cat > "$dir/softhsm2.conf" <<CONF
-directories.tokendir = $dir/tokens
-objectstore.backend = file
-log.level = ERROR
-slots.removable = false
-CONF
+sh "$(dirname "$0")/../scratch_tokens.sh" "$dir" nivra-fwd "$@"
 export SOFTHSM2_CONF="$dir/softhsm2.conf"
-for label in nivra-fwd "$@"; do
-  softhsm2-util --init-token --free --label "$label" --pin 1234 --so-pin 5678 >/dev/null
-done
 # Detached from CTest's output pipes, or CTest would wait for the helper to end.
 setsid "$helper" --listen 127.0.0.1:0 --port-file "$dir/port" </dev/null >"$dir/helper.log" 2>&1 &
 echo $! > "$dir/helper.pid"

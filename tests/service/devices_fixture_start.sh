@@ -12,17 +12,8 @@ service=$2
 dir=$3
 store="$dir.tokens"  # beside <dir>, which the service's own fixture script empties
 rm -rf "$store"
-mkdir -p "$store/tokens"
-cat > "$store/softhsm2.conf" <<CONF
-directories.tokendir = $store/tokens
-objectstore.backend = file
-log.level = ERROR
-slots.removable = false
-CONF
+sh "$top/tests/scratch_tokens.sh" "$store" tok-a tok-r tok-n tok-m
 export SOFTHSM2_CONF="$store/softhsm2.conf"
-for label in tok-a tok-r tok-n tok-m; do
-  softhsm2-util --init-token --free --label "$label" --pin 1234 --so-pin 5678 >/dev/null
-done
 cat > "$store/cards.conf" <<CONF
 device phone-a token=tok-a pin=1234 display="Phone A" max-key=16384
 device phone-s token=tok-a pin=1234
