@@ -23,7 +23,7 @@ uint32_t SlotDevice::SlotIdentifier() const { return slot != nullptr ? slot->slo
 
 bool SlotDevice::Present() const { return slot != nullptr && slot->tokenPresent != 0; }
 
-provider::Status SlotDevice::ProbeContainer(std::string* name) const {
+provider::Status SlotDevice::ProbeContainer(std::string* name) {
   if (slot == nullptr) return provider::kNteBadKeyset;
   char label[kContainerLabelCapacity + 1] = {};
   if (name->size() > kContainerLabelCapacity) return provider::kNteBadKeyset;

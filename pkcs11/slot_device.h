@@ -48,7 +48,7 @@ class SlotDevice : public provider::CardDevice {
   std::string Name() const override;
   uint32_t SlotIdentifier() const override;
   bool Present() const override;
-  provider::Status ProbeContainer(std::string* name) const override;
+  provider::Status ProbeContainer(std::string* name) override;
 
   // The key handles for a key specification: AT_SIGNATURE has its own, every other value uses
   // the exchange pair's.

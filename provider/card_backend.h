@@ -56,12 +56,15 @@ class CardDevice {
   // Kind 1: the slot's 32-bit identifier (answered by provider parameter 0x80000001).
   virtual uint32_t SlotIdentifier() const { return 0; }
   // Whether the card is there now. Kind 1 reads the live slot record, which the slot monitor
-  // keeps current, without the slot-table mutex; the card selection dialog polls it.
+  // keeps current, without the slot-table mutex; the card selection dialog polls it. The devices
+  // and cards of the card service's lists keep this default: they are there because the service
+  // listed them a moment ago, and the dialog does not follow them while it is open.
   virtual bool Present() const { return true; }
   // Whether the card holds the container `*name` (empty: any container, whose label is then
   // written to *name): 0 when it does, NTE_BAD_KEYSET when it does not, another status when the
-  // card could not be asked.
-  virtual Status ProbeContainer(std::string* name) const { return kNteBadKeyset; }
+  // card could not be asked. A card reached through a connection of its own asks on it and keeps
+  // it open, so that the record can be handed to a context without connecting again.
+  virtual Status ProbeContainer(std::string* name) { return kNteBadKeyset; }
 
   ProviderContext* owner = nullptr;  // back-pointer to the context holding this copy
   uint32_t selectionValue = 0;       // kind 1: the value the card selection dialog delivered

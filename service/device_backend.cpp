@@ -34,6 +34,15 @@ std::unique_ptr<provider::CardDevice> TryDevice(ProviderContext& ctx,
 
 }  // namespace
 
+Status ServiceDevice::ProbeContainer(std::string* name) {
+  frames::CardRequest request;
+  request.text = *name;
+  frames::CardResponse response;
+  Status status = CardExchange(*this, frames::kCmdOpenContainer, request, &response);
+  if (status == kOk && name->empty()) *name = response.name;
+  return status;
+}
+
 ServiceDevice* ServiceDeviceOf(ProviderContext& ctx) {
   return dynamic_cast<ServiceDevice*>(ctx.device.get());
 }

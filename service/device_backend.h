@@ -24,6 +24,11 @@ class ServiceDevice : public provider::CardDevice, public RemoteCard {
   virtual Status Relogin(ProviderContext& ctx) = 0;
   // Ends the device's connection (the record stays usable: the next request reconnects).
   virtual void Close() = 0;
+  // Asks the card to open the container by its name (0x2003, which needs no login) on the
+  // record's own connection, which stays open; the card names the container it opened for an
+  // empty name. The record keeps no container handle: a context that takes it opens the
+  // container itself.
+  Status ProbeContainer(std::string* name) override;
 
   CK_OBJECT_HANDLE& Container() override { return state_.container; }
   uint32_t& EnumIndex() override { return state_.enumIndex; }

@@ -10,14 +10,13 @@
 #include <wincrypt.h>
 
 #include <algorithm>
-#include <atomic>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "machine_hive.h"
+#include "service_person.h"
 #include "service/frames/mode_token.h"
 
 namespace nivra::p11test {
@@ -30,70 +29,15 @@ constexpr char kProviderNameA[] = "Nivra pkcs11 CSP";
 constexpr DWORD kModeTokenParam = 22209;
 constexpr DWORD kDeviceCommandParam = 22206;
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+constexpr char kFixture[] = NIVRA_DEVICES_FIXTURE_UNIX;
 
-std::string FixtureFile(const std::string& name) {
-  std::string text = ReadAll("Z:" + std::string(NIVRA_DEVICES_FIXTURE_UNIX) + "/" + name);
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  return text;
-}
-
-// One line to the service's control port and its one-line answer.
-std::string ControlLine(const std::string& line) {
-  SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<u_short>(std::stoi(FixtureFile("control-port"))));
-  std::string answer;
-  if (connect(s, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
-    const std::string sent = line + "\n";
-    send(s, sent.data(), static_cast<int>(sent.size()), 0);
-    char c = 0;
-    while (recv(s, &c, 1, 0) == 1 && c != '\n') answer.push_back(c);
-  }
-  closesocket(s);
-  return answer;
-}
-
-// A person at the control interface: answers every confirmation that `name` asks for.
-class Person {
- public:
-  Person(const std::string& action, const std::string& name)
-      : thread_([this, action, name] {
-          while (!stop_) {
-            const std::string pending = ControlLine("pending");
-            if ((pending + " ").find(" " + name + " ") != std::string::npos &&
-                ControlLine(action + " " + name).rfind("ok", 0) == 0) {
-              ++answered_;
-            }
-            Sleep(50);
-          }
-        }) {}
-  ~Person() {
-    stop_ = true;
-    thread_.join();
-  }
-  int Answered() const { return answered_; }
-
- private:
-  std::atomic<bool> stop_{false};
-  std::atomic<int> answered_{0};
-  std::thread thread_;
-};
+using servicetest::Person;
 
 class DeviceCards : public ::testing::Test {
  protected:
   void SetUp() override {
-    WSADATA data;
-    ASSERT_EQ(WSAStartup(MAKEWORD(2, 2), &data), 0);
-    const std::string port = FixtureFile("port");
-    ASSERT_FALSE(port.empty()) << "no card service port (the CTest fixture starts it)";
-    SetEnvironmentVariableA("NIVRA_TEST_SERVICE_PORT", port.c_str());
-    SetEnvironmentVariableA("NIVRA_TEST_CARD_PORT", FixtureFile("card-port").c_str());
+    ASSERT_TRUE(servicetest::UseServiceFixture(kFixture))
+        << "no card service port (the CTest fixture starts it)";
     hive.RegisterProvider(kProviderName, ProgramDirectory() + L"nivracsp_svctest.dll");
     hive.Activate();
   }
@@ -156,7 +100,7 @@ TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
   const std::string reader = device.rfind("phone", 0) == 0 ? "\\\\B\\" : "\\\\?\\";
   const std::string name = "road-" + device;
   const std::string container = reader + device + "\\" + name;
-  Person person("confirm", device);
+  Person person(kFixture, "confirm", device);
   Acquire(container, CRYPT_DELETEKEYSET);  // what an earlier run left
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire(container, CRYPT_NEWKEYSET, &prov), 0u);
@@ -246,7 +190,7 @@ TEST_F(DeviceCards, ConfirmationRefusedOrNeverGivenFailsTheCommand) {
   for (const Case& c : {Case{"phone-r", "refuse", static_cast<DWORD>(SCARD_E_INVALID_CHV)},
                         Case{"phone-n", "", static_cast<DWORD>(SCARD_W_CARD_NOT_AUTHENTICATED)}}) {
     std::unique_ptr<Person> person;
-    if (c.action[0] != '\0') person = std::make_unique<Person>(c.action, c.device);
+    if (c.action[0] != '\0') person = std::make_unique<Person>(kFixture, c.action, c.device);
     EXPECT_EQ(Acquire(std::string("\\\\B\\") + c.device + "\\c", CRYPT_NEWKEYSET), c.expected)
         << c.device;
     if (person) {
@@ -257,7 +201,7 @@ TEST_F(DeviceCards, ConfirmationRefusedOrNeverGivenFailsTheCommand) {
 
 // Confirmations that the device was asked for so far, as the service's log shows them.
 size_t ConfirmationsAsked(const std::string& device) {
-  const std::string log = ReadAll("Z:" + std::string(NIVRA_DEVICES_FIXTURE_UNIX) + "/service.log");
+  const std::string log = servicetest::ReadAll("Z:" + std::string(kFixture) + "/service.log");
   const std::string asked = "device " + device + " card command 0x2013";
   size_t count = 0;
   for (size_t at = log.find(asked); at != std::string::npos; at = log.find(asked, at + 1)) ++count;
@@ -271,7 +215,7 @@ size_t ConfirmationsAsked(const std::string& device) {
 TEST_F(DeviceCards, ModeTokenStandsForAConfirmation) {
   const std::string container = "\\\\B\\phone-m\\m";
   {
-    Person person("confirm", "phone-m");
+    Person person(kFixture, "confirm", "phone-m");
     Acquire(container, CRYPT_DELETEKEYSET);
     ASSERT_EQ(Acquire(container, CRYPT_NEWKEYSET), 0u);
   }
@@ -328,7 +272,7 @@ TEST_F(DeviceCards, ModeTokenStandsForAConfirmation) {
 // card. Parameter 22206 tells the kinds apart (service cards do not support it).
 TEST_F(DeviceCards, SearchWithoutReaderPrefixTakesDevicesThenCards) {
   {
-    Person person("confirm", "phone-s");
+    Person person(kFixture, "confirm", "phone-s");
     Acquire("\\\\B\\phone-s\\both", CRYPT_DELETEKEYSET);
     ASSERT_EQ(Acquire("\\\\B\\phone-s\\both", CRYPT_NEWKEYSET), 0u);
   }

@@ -1,7 +1,8 @@
 // The card selection dialog of an interactive acquire, driven as a user would under an X server,
 // with two SoftHSM2 tokens behind the forwarding module: what each row says of the container,
 // which rows let OK through per operation, the card the choice binds, cancelling, the keyboard,
-// and a token taken out while the dialog is open.
+// and a token taken out while the dialog is open; then with the card service's Bluetooth device
+// and service card listed as well.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <commctrl.h>
@@ -10,15 +11,18 @@
 #include <atomic>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "expected_ui_texts.h"
 #include "modal_dialog_driver.h"
+#include "service_person.h"
 #include "token_fixture.h"
 
 namespace nivra::p11test {
 namespace {
 
+using servicetest::Person;
 using uitest::ExpectedUiText;
 using uitest::ModalDialogRun;
 
@@ -28,6 +32,9 @@ constexpr DWORD kSlotIdParam = 0x80000001;
 constexpr DWORD kPromptPinParam = 0x80000002;
 // The token slot monitor's poll plus the dialog's 100 ms timer, with room for a loaded machine.
 constexpr DWORD kRemarkDeadlineMs = 3000;
+// Before the dialog shows, every row's card is asked for the container, some over new connections.
+constexpr DWORD kDialogDeadlineMs = 30000;
+constexpr char kServiceFixture[] = NIVRA_SELECT_SERVICE_UNIX;
 
 std::wstring Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
 
@@ -89,7 +96,7 @@ class SelectCardTest : public TokenTest {
       chosen = handle;
       return ok ? 0 : static_cast<INT_PTR>(GetLastError());
     });
-    dialog = run->WaitForDialog(kDialogTitle);
+    dialog = run->WaitForDialog(kDialogTitle, nullptr, kDialogDeadlineMs);
     ASSERT_NE(dialog, nullptr) << "no selection dialog";
     list = GetDlgItem(dialog, 5004);
   }
@@ -117,7 +124,7 @@ class SelectCardTest : public TokenTest {
 
   DWORD Outcome() {
     INT_PTR result = 0;
-    EXPECT_TRUE(run->Finished(&result)) << "the acquire did not return";
+    EXPECT_TRUE(run->Finished(&result, kDialogDeadlineMs)) << "the acquire did not return";
     if (chosen != 0) exportContexts.push_back(chosen);
     return static_cast<DWORD>(result);
   }
@@ -267,6 +274,55 @@ TEST_F(SelectCardTest, RemovedTokenRowFollowsWithinDeadline) {
   EXPECT_FALSE(SelectAllowsOk(first)) << "a row without its token allows OK";
   Cancel();
   EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+}
+
+// The test build of the provider on the card service of select_cards.conf: Bluetooth device
+// phone-sel and service card desk-sel, each on a token that the service publishes as a slot too.
+class SelectAcrossKindsTest : public SelectCardTest {
+ protected:
+  std::wstring ProviderDll() const override { return L"nivracsp_svctest.dll"; }
+  void SetUp() override {
+    ASSERT_TRUE(servicetest::UseServiceFixture(kServiceFixture))
+        << "no card service port (the CTest fixture starts it)";
+    SelectCardTest::SetUp();
+  }
+};
+
+// Bluetooth devices come first, then service cards, then the slots. A device's or card's row says
+// what it holds and lets OK through per operation; choosing it binds the context to that card,
+// whose key-size step the context then answers.
+TEST_F(SelectAcrossKindsTest, DeviceAndCardRowsComeFirstAndBindTheirCards) {
+  const std::string name = CaseName();
+  {
+    Person person(kServiceFixture, "confirm", "phone-sel");
+    ASSERT_EQ(Acquire("\\\\B\\phone-sel\\" + name, CRYPT_NEWKEYSET), 0u);
+  }
+  struct Case { DWORD flags; bool phoneAllows; const char* chosen; DWORD keySizeStep; };
+  for (const Case& c :
+       {Case{0, true, "phone-sel", 16}, Case{CRYPT_NEWKEYSET, false, "desk-sel", 32}}) {
+    SCOPED_TRACE(c.chosen);
+    ASSERT_NO_FATAL_FAILURE(OpenDialog(name, c.flags));
+    ASSERT_EQ(RowOf("phone-sel"), 0);
+    ASSERT_EQ(RowOf("desk-sel"), 1);
+    EXPECT_EQ(Cell(list, 0, 2), Text(22, name));
+    EXPECT_EQ(Cell(list, 1, 2), Text(24, name));
+    // Then the slots that the service publishes, in SoftHSM2's order: the two tokens and the
+    // free slot, whose token cannot be asked.
+    ASSERT_EQ(SendMessageW(list, LVM_GETITEMCOUNT, 0, 0), LRESULT{5});
+    EXPECT_EQ((std::multiset<std::wstring>{Cell(list, 2, 2), Cell(list, 3, 2), Cell(list, 4, 2)}),
+              (std::multiset<std::wstring>{Text(22, name), Text(24, name), Text(23)}));
+    EXPECT_EQ(SelectAllowsOk(1), !c.phoneAllows);
+    EXPECT_EQ(SelectAllowsOk(0), c.phoneAllows);
+    Person person(kServiceFixture, "confirm", c.chosen);
+    ASSERT_TRUE(SelectAllowsOk(RowOf(c.chosen)));
+    uitest::PressButton(dialog, IDOK);
+    ASSERT_EQ(Outcome(), 0u);
+    DWORD step = 0, length = sizeof(step);
+    ASSERT_TRUE(entries.GetProvParam(chosen, PP_SIG_KEYSIZE_INC, reinterpret_cast<BYTE*>(&step),
+                                     &length, 0));
+    EXPECT_EQ(step, c.keySizeStep);
+  }
+  EXPECT_EQ(Acquire("\\\\?\\desk-sel\\" + name, 0), 0u) << "the create went to the card";
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // pin-dialog-shot [--dialog=pin|select] [--retries=N] [--langid=N] [--hold-ms=N]
 // Opens the PIN dialog (in the system default language unless --langid is given) and types a
-// sample PIN into it, or the card selection dialog for opening container "A" with three sample
-// token rows (one holding A, one without it, one without its token) and the first one selected;
+// sample PIN into it, or the card selection dialog for opening container "A" with a sample row
+// of every kind (a Bluetooth device holding A, a service card without it, then three token slots:
+// one holding A, one without it, one without its token) and the first one selected;
 // prints "ready WxH+X+Y" (the dialog's frame on the screen) once it is shown, keeps it open for
 // --hold-ms milliseconds (default 4000) and then cancels it. Exit status 0 when the dialog
 // appeared and closed.
@@ -47,17 +48,17 @@ BOOL CALLBACK FindVisibleDialog(HWND hwnd, LPARAM out) {
   return FALSE;
 }
 
-// A token slot as the selection dialog sees it.
-class SampleSlot : public nivra::provider::CardDevice {
+// A card of any kind as the selection dialog sees it.
+class SampleCard : public nivra::provider::CardDevice {
  public:
-  SampleSlot(std::string name, bool present, bool holdsSample)
+  SampleCard(std::string name, bool present, bool holdsSample)
       : name_(std::move(name)), present_(present), holdsSample_(holdsSample) {}
   std::unique_ptr<CardDevice> Clone() const override {
-    return std::make_unique<SampleSlot>(name_, present_, holdsSample_);
+    return std::make_unique<SampleCard>(name_, present_, holdsSample_);
   }
   std::string Name() const override { return name_; }
   bool Present() const override { return present_; }
-  nivra::provider::Status ProbeContainer(std::string*) const override {
+  nivra::provider::Status ProbeContainer(std::string*) override {
     return holdsSample_ ? nivra::provider::kOk : nivra::provider::kNteBadKeyset;
   }
 
@@ -117,12 +118,16 @@ int main(int argc, char** argv) {
   std::thread presenter(Present, GetCurrentThreadId(), options.holdMs, options.select);
   INT_PTR result = 0;
   if (options.select) {
-    nivra::provider::CardDeviceList slots;
-    slots.push_back(std::make_unique<SampleSlot>("SoftHSM slot ID 0x1a2b3c4d", true, true));
-    slots.push_back(std::make_unique<SampleSlot>("SoftHSM slot ID 0x5e6f7081", true, false));
-    slots.push_back(std::make_unique<SampleSlot>("Nivra test slot 0x2", false, false));
+    nivra::provider::CardDeviceList devices, cards, slots;
+    devices.push_back(std::make_unique<SampleCard>("phone-a", true, true));
+    cards.push_back(std::make_unique<SampleCard>("desk-a", true, false));
+    slots.push_back(std::make_unique<SampleCard>("SoftHSM slot ID 0x1a2b3c4d", true, true));
+    slots.push_back(std::make_unique<SampleCard>("SoftHSM slot ID 0x5e6f7081", true, false));
+    slots.push_back(std::make_unique<SampleCard>("Nivra test slot 0x2", false, false));
     nivra::ui::CSelectCard dialog(nivra::ui::kSelectOpen, kSampleContainer,
-                                  {{nivra::provider::BackendTokenSlot, &slots}});
+                                  {{nivra::provider::BackendBluetoothCard, &devices},
+                                   {nivra::provider::BackendServiceCard, &cards},
+                                   {nivra::provider::BackendTokenSlot, &slots}});
     if (options.langId != 0) dialog.UseLanguage(options.langId);
     result = dialog.DoModal();
   } else {
