@@ -30,6 +30,7 @@ constexpr char kSecondTokenLabel[] = "nivra-fwd-2";
 constexpr wchar_t kDialogTitle[] = L"Select CSP";
 constexpr DWORD kSlotIdParam = 0x80000001;
 constexpr DWORD kPromptPinParam = 0x80000002;
+constexpr DWORD kDeviceCommandParam = 22206;
 // The token slot monitor's poll plus the dialog's 100 ms timer, with room for a loaded machine.
 constexpr DWORD kRemarkDeadlineMs = 3000;
 // Before the dialog shows, every row's card is asked for the container, some over new connections.
@@ -321,6 +322,9 @@ TEST_F(SelectAcrossKindsTest, DeviceAndCardRowsComeFirstAndBindTheirCards) {
     ASSERT_TRUE(entries.GetProvParam(chosen, PP_SIG_KEYSIZE_INC, reinterpret_cast<BYTE*>(&step),
                                      &length, 0));
     EXPECT_EQ(step, c.keySizeStep);
+    // Only a Bluetooth device's context takes the device command (the open chose the device).
+    entries.SetProvParam(chosen, kDeviceCommandParam, nullptr, 0);
+    EXPECT_EQ(GetLastError() != static_cast<DWORD>(NTE_NOT_SUPPORTED), c.phoneAllows);
   }
   EXPECT_EQ(Acquire("\\\\?\\desk-sel\\" + name, 0), 0u) << "the create went to the card";
 }
