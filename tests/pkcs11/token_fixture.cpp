@@ -38,9 +38,7 @@ bool ProviderEntries::Load(HMODULE module) {
   return Resolve(module, "NivraCPAcquireContext", &AcquireContext) &&
          Resolve(module, "NivraCPReleaseContext", &ReleaseContext) &&
          Resolve(module, "NivraCPGetProvParam", &GetProvParam) &&
-         Resolve(module, "NivraCPSetProvParam", &SetProvParam) &&
-         Resolve(module, "NivraCPGenKey", &GenKey) &&
-         Resolve(module, "NivraCPGetUserKey", &GetUserKey);
+         Resolve(module, "NivraCPGenKey", &GenKey);
 }
 
 void TokenTest::SetUp() {
@@ -252,12 +250,6 @@ std::vector<NativeObject> TokenTest::NativeObjectsWith(const std::string& name,
     if (it != object.end() && it->second == value) matching.push_back(object);
   }
   return matching;
-}
-
-std::vector<std::string> TokenTest::Pkcs11ToolDataObjects() {
-  return RunNative("SOFTHSM2_CONF='" + std::string(NIVRA_FIXTURE_UNIX) +
-                   "/softhsm2.conf' pkcs11-tool --module /usr/lib/softhsm/libsofthsm2.so "
-                   "--list-objects --type data");
 }
 
 bool TokenTest::NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent,

@@ -29,9 +29,7 @@ struct ProviderEntries {
   BOOL(WINAPI* AcquireContext)(HCRYPTPROV*, LPSTR, DWORD, void*) = nullptr;
   BOOL(WINAPI* ReleaseContext)(HCRYPTPROV, DWORD) = nullptr;
   BOOL(WINAPI* GetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD*, DWORD) = nullptr;
-  BOOL(WINAPI* SetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD) = nullptr;
   BOOL(WINAPI* GenKey)(HCRYPTPROV, ALG_ID, DWORD, HCRYPTKEY*) = nullptr;
-  BOOL(WINAPI* GetUserKey)(HCRYPTPROV, DWORD, HCRYPTKEY*) = nullptr;
   bool Load(HMODULE module);
 };
 
@@ -81,8 +79,6 @@ class TokenTest : public ::testing::Test {
   std::vector<NativeObject> NativeObjects();
   // Native objects whose attribute `name` has the value `value`.
   std::vector<NativeObject> NativeObjectsWith(const std::string& name, const std::string& value);
-  // The token's data objects as pkcs11-tool lists them natively without a login, one line each.
-  std::vector<std::string> Pkcs11ToolDataObjects();
   // OpenSSL's verdict on a PKCS#1 v1.5 SHA-1 signature (big-endian values).
   bool NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent, const Bytes& message,
                           const Bytes& signature);

@@ -56,24 +56,17 @@ TEST_F(TokenKeys, GeneratedPairIsOnTheTokenWithTheProvidersTemplates) {
   CryptDestroyKey(key);
   const auto objects = NativeObjectsWith("id", Hex(TextBytes(name + "_cspS")));
   ASSERT_EQ(objects.size(), 2u);
+  const NativeObject kPublic = {{"class", "2"}, {"token", "1"}, {"key_type", "0"}, {"encrypt", "1"},
+                                {"verify", "1"}, {"wrap", "1"}, {"modulus_bits", "1024"}};
+  const NativeObject kPrivate = {{"class", "3"}, {"token", "1"}, {"key_type", "0"}, {"sensitive", "1"},
+                                 {"sign", "1"}, {"decrypt", "1"}, {"private", "1"}};
   for (const NativeObject& object : objects) {
-    EXPECT_EQ(object.at("token"), "1");
-    EXPECT_EQ(object.at("key_type"), "0");
-    if (object.at("class") == "2") {
-      EXPECT_EQ(object.at("encrypt"), "1");
-      EXPECT_EQ(object.at("verify"), "1");
-      EXPECT_EQ(object.at("wrap"), "1");
-      EXPECT_EQ(object.at("modulus_bits"), "1024");
-      EXPECT_EQ(FromHex(object.at("public_exponent")).back(), 0x01);
-      EXPECT_EQ(object.at("modulus").size(), 256u);
-    } else {
-      EXPECT_EQ(object.at("class"), "3");
-      EXPECT_EQ(object.at("sensitive"), "1");
-      EXPECT_EQ(object.at("sign"), "1");
-      EXPECT_EQ(object.at("decrypt"), "1");
-      EXPECT_EQ(object.at("private"), "1");
-    }
+    for (const auto& [attribute, value] : object.at("class") == "2" ? kPublic : kPrivate)
+      EXPECT_EQ(object.at(attribute), value) << attribute;
   }
+  const NativeObject pub = PublicObject("_cspS");
+  EXPECT_EQ(FromHex(pub.at("public_exponent")).back(), 0x01);
+  EXPECT_EQ(pub.at("modulus").size(), 256u);
 }
 
 TEST_F(TokenKeys, SignatureMadeOnTheTokenVerifiesWithOpenSslAndRepeatsFromTheCache) {
