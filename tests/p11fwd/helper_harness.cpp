@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <random>
 
 namespace nivra::p11test {
@@ -34,22 +33,13 @@ HelperHarness::~HelperHarness() {
 
 bool HelperHarness::CreateToken() {
   std::string pattern = (std::filesystem::temp_directory_path() / "nivra-softhsm-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) {
-    error_ = "mkdtemp failed";
+  directory_ = mkdtemp(pattern.data()) ? pattern : "";
+  const std::string command = std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory_ + " " + kTokenLabel;
+  if (directory_.empty() || std::system(command.c_str()) != 0) {
+    error_ = "no scratch token in " + pattern;
     return false;
   }
-  directory_ = pattern;
-  std::filesystem::create_directory(directory_ + "/tokens");
-  std::string conf = directory_ + "/softhsm2.conf";
-  std::ofstream(conf) << "directories.tokendir = " << directory_ << "/tokens\n"
-                      << "objectstore.backend = file\nlog.level = ERROR\nslots.removable = false\n";
-  setenv("SOFTHSM2_CONF", conf.c_str(), 1);
-  std::string command = std::string("softhsm2-util --init-token --free --label ") + kTokenLabel +
-                        " --pin " + kUserPin + " --so-pin 5678 >/dev/null";
-  if (std::system(command.c_str()) != 0) {
-    error_ = "softhsm2-util --init-token failed";
-    return false;
-  }
+  setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
   return true;
 }
 
