@@ -1,5 +1,5 @@
-// Conversion of attribute templates and mechanisms between the wire's 32-bit CK_ULONGs and the
-// native 64-bit ones, including the attribute size-query protocol.
+// Answers to attribute queries at the caller's 32-bit CK_ULONG width, with the size-query
+// protocol. (Template values the provider sends are converted for SoftHSM2 in every token test.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,38 +12,12 @@ namespace {
 
 using p11test::Bytes;
 using p11wire::WireAttribute;
-constexpr auto Value = p11test::ValueAttribute;
 constexpr auto Query = p11test::QueryAttribute;
 
 Bytes NativeBytes(std::initializer_list<CK_ULONG> values) {
   Bytes b(values.size() * sizeof(CK_ULONG));
   std::memcpy(b.data(), values.begin(), b.size());
   return b;
-}
-
-Bytes Held(const CK_ATTRIBUTE& a) {
-  const uint8_t* p = static_cast<const uint8_t*>(a.pValue);
-  return Bytes(p, p + a.ulValueLen);
-}
-
-// Template values and answers whose conversion SoftHSM2 never needs through the provider (which
-// generates keys and creates objects with 4-byte classes, key types and bit counts): arrays of
-// CK_ULONGs, values of another size left for the module to refuse, empty values, size queries, and
-// CK_ULONGs over 32 bits, which saturate rather than wrap.
-TEST(AbiTemplateValues, ArraysWidenOddSizesAreCopiedAndWideValuesSaturate) {
-  NativeTemplate native = NativeTemplate::FromValues(
-      {Value(CKA_ALLOWED_MECHANISMS, {0x03, 0, 0, 0, 0x01, 0, 0, 0}), Value(CKA_CLASS, {1, 2, 3}),
-       Value(CKA_LABEL, {}), Query(CKA_ID, false, 7)});
-  ASSERT_EQ(native.size(), 4u);
-  CK_ATTRIBUTE* a = native.data();
-  EXPECT_EQ(Held(a[0]), NativeBytes({CKM_RSA_X_509, CKM_RSA_PKCS}));
-  EXPECT_EQ(Held(a[1]), (Bytes{1, 2, 3}));
-  EXPECT_NE(a[2].pValue, nullptr);  // an empty value is still a value
-  EXPECT_EQ(a[2].ulValueLen, 0u);
-  EXPECT_EQ(a[3].pValue, nullptr);
-  EXPECT_EQ(a[3].ulValueLen, 7u);
-  EXPECT_EQ(NarrowUlong(0xFFFFFFFEul), 0xFFFFFFFEu);
-  EXPECT_EQ(NarrowUlong(0x100000000ul), 0xFFFFFFFFu);
 }
 
 // Plays the module: writes `value` into a query attribute following PKCS#11's rules.
@@ -89,15 +63,6 @@ TEST(AbiQuery, AnswersHaveTheCallersWidthAndFitItsBuffer) {
   }
   NativeTemplate huge = NativeTemplate::ForQuery({Query(CKA_VALUE, true, 0xFFFFFFF0u)});
   EXPECT_EQ(huge.data()[0].ulValueLen, kMaxAttributeBuffer);
-}
-
-TEST(AbiMechanism, PssParameterWidens) {
-  NativeMechanism native({CKM_RSA_PKCS_PSS, {true, {0x50, 0x02, 0, 0, 0x02, 0, 0, 0, 0x20, 0, 0, 0}}});
-  ASSERT_EQ(native.get()->ulParameterLen, sizeof(CK_RSA_PKCS_PSS_PARAMS));
-  auto* params = static_cast<CK_RSA_PKCS_PSS_PARAMS*>(native.get()->pParameter);
-  EXPECT_EQ(params->hashAlg, CKM_SHA256);
-  EXPECT_EQ(params->mgf, CKG_MGF1_SHA256);
-  EXPECT_EQ(params->sLen, 32u);
 }
 
 }  // namespace

@@ -40,26 +40,17 @@ struct Shown {
 };
 
 const Shown kShown[] = {
-    {CKA_CLASS, "class", Shown::kNumber},
-    {CKA_LABEL, "label", Shown::kBytes},
-    {CKA_ID, "id", Shown::kBytes},
-    {CKA_APPLICATION, "application", Shown::kBytes},
-    {CKA_TOKEN, "token", Shown::kFlag},
-    {CKA_PRIVATE, "private", Shown::kFlag},
-    {CKA_MODIFIABLE, "modifiable", Shown::kFlag},
-    {CKA_KEY_TYPE, "key_type", Shown::kNumber},
-    {CKA_SENSITIVE, "sensitive", Shown::kFlag},
-    {CKA_SIGN, "sign", Shown::kFlag},
-    {CKA_DECRYPT, "decrypt", Shown::kFlag},
-    {CKA_ENCRYPT, "encrypt", Shown::kFlag},
-    {CKA_VERIFY, "verify", Shown::kFlag},
-    {CKA_WRAP, "wrap", Shown::kFlag},
-    {CKA_MODULUS_BITS, "modulus_bits", Shown::kNumber},
-    {CKA_MODULUS, "modulus", Shown::kBytes},
+    {CKA_CLASS, "class", Shown::kNumber},          {CKA_LABEL, "label", Shown::kBytes},
+    {CKA_ID, "id", Shown::kBytes},                 {CKA_APPLICATION, "application", Shown::kBytes},
+    {CKA_TOKEN, "token", Shown::kFlag},            {CKA_PRIVATE, "private", Shown::kFlag},
+    {CKA_MODIFIABLE, "modifiable", Shown::kFlag},  {CKA_KEY_TYPE, "key_type", Shown::kNumber},
+    {CKA_SENSITIVE, "sensitive", Shown::kFlag},    {CKA_SIGN, "sign", Shown::kFlag},
+    {CKA_DECRYPT, "decrypt", Shown::kFlag},        {CKA_ENCRYPT, "encrypt", Shown::kFlag},
+    {CKA_VERIFY, "verify", Shown::kFlag},          {CKA_WRAP, "wrap", Shown::kFlag},
+    {CKA_MODULUS_BITS, "modulus_bits", Shown::kNumber}, {CKA_MODULUS, "modulus", Shown::kBytes},
     {CKA_PUBLIC_EXPONENT, "public_exponent", Shown::kBytes},
     {CKA_CERTIFICATE_TYPE, "certificate_type", Shown::kNumber},
-    {CKA_VALUE, "value", Shown::kBytes},
-    {CKA_SUBJECT, "subject", Shown::kBytes},
+    {CKA_VALUE, "value", Shown::kBytes},           {CKA_SUBJECT, "subject", Shown::kBytes},
 };
 
 void PrintObject(CK_FUNCTION_LIST* f, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
