@@ -49,7 +49,7 @@ void TokenTest::SetUp() {
   // Without the fixture's helper the forwarding module would try its default port, where some
   // other helper may listen: stop here instead.
   ASSERT_NE(helper.port, 0) << "no helper port in " << NIVRA_FIXTURE_WINDOWS
-                            << " (the CTest fixture p11fwd_helper_start starts it)";
+                            << " (a CTest fixture such as pkcs11_helper_start starts it)";
   SetEnvironmentVariableA("NIVRA_P11_HELPER", p11wire::FormatWireAddress(helper).c_str());
   Control("reset");
   hive.SetModulePath(ProgramDirectory() + L"nivrap11fwd.dll");
