@@ -1,5 +1,5 @@
-// Conversion of attribute templates and mechanisms between the wire's 32-bit CK_ULONGs and the
-// native 64-bit ones, including the attribute size-query protocol.
+// Answers to attribute queries at the caller's 32-bit CK_ULONG width, with the size-query
+// protocol. (Template values the provider sends are converted for SoftHSM2 in every token test.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,45 +12,12 @@ namespace {
 
 using p11test::Bytes;
 using p11wire::WireAttribute;
-constexpr auto Value = p11test::ValueAttribute;
 constexpr auto Query = p11test::QueryAttribute;
 
 Bytes NativeBytes(std::initializer_list<CK_ULONG> values) {
   Bytes b(values.size() * sizeof(CK_ULONG));
   std::memcpy(b.data(), values.begin(), b.size());
   return b;
-}
-
-Bytes Held(const CK_ATTRIBUTE& a) {
-  const uint8_t* p = static_cast<const uint8_t*>(a.pValue);
-  return Bytes(p, p + a.ulValueLen);
-}
-
-// Values no module returns: a CK_ULONG over 32 bits saturates rather than wrapping.
-TEST(AbiUlongAttributes, WideValuesSaturate) {
-  EXPECT_EQ(NarrowUlong(0xFFFFFFFEul), 0xFFFFFFFEu);
-  EXPECT_EQ(NarrowUlong(0x100000000ul), 0xFFFFFFFFu);
-}
-
-TEST(AbiTemplateValues, UlongValuesWidenAndOthersAreCopied) {
-  NativeTemplate native = NativeTemplate::FromValues(
-      {Value(CKA_CLASS, {0x01, 0x00, 0x00, 0x80}), Value(CKA_MODULUS_BITS, {0x00, 0x08, 0, 0}),
-       Value(CKA_ALLOWED_MECHANISMS, {0x03, 0, 0, 0, 0x01, 0, 0, 0}),
-       Value(CKA_LABEL, {'a', 'b', 'c', 'd'}), Value(CKA_TOKEN, {CK_TRUE}),
-       Value(CKA_CLASS, {1, 2, 3}),  // not a CK_ULONG: left for the module to refuse
-       Value(CKA_LABEL, {}), Query(CKA_ID, false, 7)});
-  ASSERT_EQ(native.size(), 8u);
-  CK_ATTRIBUTE* a = native.data();
-  EXPECT_EQ(Held(a[0]), NativeBytes({0x80000001ul}));
-  EXPECT_EQ(Held(a[1]), NativeBytes({2048}));
-  EXPECT_EQ(Held(a[2]), NativeBytes({CKM_RSA_X_509, CKM_RSA_PKCS}));
-  EXPECT_EQ(Held(a[3]), (Bytes{'a', 'b', 'c', 'd'}));
-  EXPECT_EQ(Held(a[4]), Bytes{CK_TRUE});
-  EXPECT_EQ(Held(a[5]), (Bytes{1, 2, 3}));
-  EXPECT_NE(a[6].pValue, nullptr);  // an empty value is still a value
-  EXPECT_EQ(a[6].ulValueLen, 0u);
-  EXPECT_EQ(a[7].pValue, nullptr);
-  EXPECT_EQ(a[7].ulValueLen, 7u);
 }
 
 // Plays the module: writes `value` into a query attribute following PKCS#11's rules.
@@ -75,7 +42,7 @@ TEST(AbiQuery, AnswersHaveTheCallersWidthAndFitItsBuffer) {
     uint32_t rv;
   };
   const Case cases[] = {
-      // (Answers SoftHSM2 gives through the helper are proved in helper_objects_test.cpp.)
+      // (Answers SoftHSM2 gives for the provider's own reads are proved by the token tests.)
       {Query(CKA_MODULUS_BITS, true, 6), NativeBytes({1024}), 4, {0x00, 0x04, 0, 0}, CKR_OK},
       {Query(CKA_ALLOWED_MECHANISMS, true, 4), NativeBytes({CKM_RSA_X_509}), 4, {3, 0, 0, 0},
        CKR_OK},
@@ -96,20 +63,6 @@ TEST(AbiQuery, AnswersHaveTheCallersWidthAndFitItsBuffer) {
   }
   NativeTemplate huge = NativeTemplate::ForQuery({Query(CKA_VALUE, true, 0xFFFFFFF0u)});
   EXPECT_EQ(huge.data()[0].ulValueLen, kMaxAttributeBuffer);
-}
-
-TEST(AbiMechanism, PssParameterWidensAndAbsentParameterStaysNull) {
-  NativeMechanism native({CKM_RSA_PKCS_PSS, {true, {0x50, 0x02, 0, 0, 0x02, 0, 0, 0, 0x20, 0, 0, 0}}});
-  ASSERT_EQ(native.get()->ulParameterLen, sizeof(CK_RSA_PKCS_PSS_PARAMS));
-  auto* params = static_cast<CK_RSA_PKCS_PSS_PARAMS*>(native.get()->pParameter);
-  EXPECT_EQ(params->hashAlg, CKM_SHA256);
-  EXPECT_EQ(params->mgf, CKG_MGF1_SHA256);
-  EXPECT_EQ(params->sLen, 32u);
-
-  NativeMechanism none({CKM_RSA_X_509, {}});
-  EXPECT_EQ(none.get()->mechanism, CKM_RSA_X_509);
-  EXPECT_EQ(none.get()->pParameter, nullptr);
-  EXPECT_EQ(none.get()->ulParameterLen, 0u);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <random>
 
 namespace nivra::p11test {
@@ -34,22 +33,13 @@ HelperHarness::~HelperHarness() {
 
 bool HelperHarness::CreateToken() {
   std::string pattern = (std::filesystem::temp_directory_path() / "nivra-softhsm-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) {
-    error_ = "mkdtemp failed";
+  directory_ = mkdtemp(pattern.data()) ? pattern : "";
+  const std::string command = std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory_ + " nivra-test";
+  if (directory_.empty() || std::system(command.c_str()) != 0) {
+    error_ = "no scratch token in " + pattern;
     return false;
   }
-  directory_ = pattern;
-  std::filesystem::create_directory(directory_ + "/tokens");
-  std::string conf = directory_ + "/softhsm2.conf";
-  std::ofstream(conf) << "directories.tokendir = " << directory_ << "/tokens\n"
-                      << "objectstore.backend = file\nlog.level = ERROR\nslots.removable = false\n";
-  setenv("SOFTHSM2_CONF", conf.c_str(), 1);
-  std::string command = std::string("softhsm2-util --init-token --free --label ") + kTokenLabel +
-                        " --pin " + kUserPin + " --so-pin 5678 >/dev/null";
-  if (std::system(command.c_str()) != 0) {
-    error_ = "softhsm2-util --init-token failed";
-    return false;
-  }
+  setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
   return true;
 }
 
@@ -62,18 +52,6 @@ std::string HelperHarness::Control(const std::string& command) {
   std::string answer;
   EXPECT_EQ(ControlStatus(command, &answer), 0u) << command << ": " << answer;
   return answer;
-}
-
-CK_SLOT_ID HelperHarness::TokenSlot() {
-  CK_ULONG n = 16;
-  CK_SLOT_ID ids[16];
-  if (module()->C_GetSlotList(CK_TRUE, ids, &n) != CKR_OK) return 0;
-  for (CK_ULONG i = 0; i < n; ++i) {
-    CK_TOKEN_INFO info;
-    if (module()->C_GetTokenInfo(ids[i], &info) == CKR_OK && Trimmed(info.label, 32) == kTokenLabel)
-      return ids[i];
-  }
-  return 0;
 }
 
 bool ModuleKnows(CK_SESSION_HANDLE session) {
@@ -106,8 +84,14 @@ uint32_t TestClient::Login(uint32_t session, const std::string& pin) {
 void HelperTest::SetUp() {
   ASSERT_TRUE(harness().ok()) << harness().error();
   harness().Control("reset");
-  slot_ = harness().TokenSlot();
-  ASSERT_NE(slot_, 0u);
+  // SoftHSM2 lists the scratch token first, then a slot with a token that is not initialised.
+  CK_SLOT_ID slots[2];
+  CK_ULONG count = 2;
+  CK_TOKEN_INFO token;
+  ASSERT_EQ(harness().module()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+  slot_ = slots[0];
+  ASSERT_EQ(harness().module()->C_GetTokenInfo(slot_, &token), CKR_OK);
+  ASSERT_TRUE(token.flags & CKF_TOKEN_INITIALIZED);
   ASSERT_EQ(client_.Initialize(), CKR_OK);
 }
 

@@ -17,7 +17,6 @@
 
 namespace nivra::p11test {
 
-inline constexpr char kTokenLabel[] = "nivra-test";
 inline constexpr char kUserPin[] = "1234";
 
 class HelperHarness {
@@ -28,23 +27,18 @@ class HelperHarness {
 
   bool ok() const { return ok_; }
   const std::string& error() const { return error_; }
-  // The token's private directory; SOFTHSM2_CONF names the configuration in it.
-  const std::string& directory() const { return directory_; }
   p11wire::WireAddress address() const { return {"127.0.0.1", server_->port()}; }
   // The native module itself, for checks that bypass the helper.
   CK_FUNCTION_LIST* module() { return module_.functions(); }
 
+  // The status of a control command, and its answer.
+  uint32_t ControlStatus(const std::string& command, std::string* answer = nullptr);
   // Runs a control command and returns its answer; a refused command fails the current test.
   std::string Control(const std::string& command);
-  // The status of a control command that may be refused.
-  uint32_t ControlStatus(const std::string& command, std::string* answer = nullptr);
-  // The module slot that holds the scratch token.
-  CK_SLOT_ID TokenSlot();
 
  private:
   HelperHarness();
-  // Makes the directory and configuration, points SOFTHSM2_CONF at it and initialises one token
-  // with kTokenLabel and the PINs. Runs before SoftHSM2 is initialised in this process.
+  // One token in a store of its own (SOFTHSM2_CONF points there), before SoftHSM2 starts.
   bool CreateToken();
 
   std::string directory_;
@@ -86,7 +80,8 @@ class TestClient {
 };
 
 // Base of the tests that talk to the helper: the harness is up, every injected condition of an
-// earlier test is gone (and is dropped again at the end), and client_ is initialised.
+// earlier test is gone (and is dropped again at the end), client_ is initialised, and slot_ holds
+// the scratch token.
 class HelperTest : public ::testing::Test {
  protected:
   void SetUp() override;

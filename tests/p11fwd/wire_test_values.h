@@ -22,19 +22,7 @@ inline p11wire::WireAttribute QueryAttribute(uint32_t type, bool buffer, uint32_
   return {type, buffer, capacity, {}};
 }
 
-// A 4-byte little-endian value, as the Windows caller's CK_ULONG.
-inline Bytes Ulong32(uint32_t v) {
-  return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v >> 16),
-          static_cast<uint8_t>(v >> 24)};
-}
-
 inline Bytes TextBytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
-
-// A blank-padded PKCS#11 text field without its padding.
-inline std::string Trimmed(const uint8_t* field, size_t size) {
-  std::string s(reinterpret_cast<const char*>(field), size);
-  return s.substr(0, s.find_last_not_of(' ') + 1);
-}
 
 // "0x" and the value in hexadecimal, as control commands take slot identifiers.
 inline std::string Hex(uint64_t value) {

@@ -13,77 +13,51 @@ std::string Text(const KeyIdView& view) {
   return std::string(reinterpret_cast<const char*>(view.bytes), view.length);
 }
 
-TEST(KeyIdRecord, SplitsAtTheLengthsOfItsHeader) {
+TEST(KeyIdRecord, SplitsAtTheLengthsOfItsHeaderAndRefusesShortRecords) {
   // S = 2, X = 3, two reserved bytes whose value does not matter.
   const uint8_t record[] = {2, 3, 0xAA, 0x55, 'k', '1', 'k', '2', 'x'};
-  KeyIdView signature{};
-  KeyIdView exchange{};
-  ASSERT_TRUE(SplitKeyIdRecord(record, sizeof(record), &signature, &exchange));
-  EXPECT_EQ(Text(signature), "k1");
-  EXPECT_EQ(Text(exchange), "k2x");
-  EXPECT_EQ(signature.bytes, record + 4);
-  EXPECT_EQ(exchange.bytes, record + 6);
-}
-
-TEST(KeyIdRecord, RecordShorterThanItsLengthsIsRefused) {
-  const uint8_t record[] = {2, 3, 0, 0, 'k', '1', 'k', '2'};  // one exchange byte missing
-  KeyIdView signature{};
-  KeyIdView exchange{};
-  EXPECT_FALSE(SplitKeyIdRecord(record, sizeof(record), &signature, &exchange));
-  EXPECT_FALSE(SplitKeyIdRecord(record, 3, &signature, &exchange));  // no whole header
-}
-
-TEST(KeyIdRecord, EmptyIdsAreAllowed) {
-  const uint8_t record[] = {0, 0, 0, 0};
-  KeyIdView signature{};
-  KeyIdView exchange{};
-  ASSERT_TRUE(SplitKeyIdRecord(record, sizeof(record), &signature, &exchange));
-  EXPECT_EQ(signature.length, 0u);
-  EXPECT_EQ(exchange.length, 0u);
-}
-
-class DerivedKeyId : public ::testing::Test {
- protected:
-  void SetName(const char* name) { std::strcpy(ctx.containerName, name); }
-  std::string Build(uint32_t keySpec) {
-    uint8_t buffer[300] = {};
-    uint32_t length = sizeof(buffer);
-    EXPECT_EQ(BuildKeyId(ctx, keySpec, buffer, &length), 0u);
-    return std::string(reinterpret_cast<const char*>(buffer), length);
+  const uint8_t empty[] = {0, 0, 0, 0};
+  const struct {
+    const uint8_t* bytes;
+    size_t length;
+    bool split;
+    const char *signature, *exchange;
+  } cases[] = {{record, sizeof record, true, "k1", "k2x"},
+               {record, sizeof record - 1, false, "", ""},  // one exchange byte missing
+               {record, 3, false, "", ""},                  // no whole header
+               {empty, sizeof empty, true, "", ""}};
+  for (const auto& c : cases) {
+    KeyIdView signature{}, exchange{};
+    ASSERT_EQ(SplitKeyIdRecord(c.bytes, c.length, &signature, &exchange), c.split) << c.length;
+    if (!c.split) continue;
+    EXPECT_EQ(Text(signature), c.signature);
+    EXPECT_EQ(Text(exchange), c.exchange);
   }
-  provider::ProviderContext ctx{};
-};
-
-TEST_F(DerivedKeyId, SignatureEndsInSAndEveryOtherSpecInX) {
-  SetName("c1");
-  EXPECT_EQ(Build(2), "c1_cspS");
-  EXPECT_EQ(Build(1), "c1_cspX");
-  EXPECT_EQ(Build(3), "c1_cspX");
-  EXPECT_EQ(Build(0), "c1_cspX");
 }
 
-TEST_F(DerivedKeyId, NoBufferReportsTheLengthAndAShortBufferGivesMoreData) {
-  SetName("container");
+TEST(DerivedKeyId, SuffixByKeySpecAndTheLengthProtocol) {
+  provider::ProviderContext ctx{};
+  std::strcpy(ctx.containerName, "container");
+  const struct {
+    uint32_t keySpec;
+    uint32_t capacity;  // 0: no buffer
+    uint32_t status;
+    const char* id;  // null: nothing written
+  } cases[] = {{2, 0, 0, nullptr},      {2, 13, 234, nullptr},  {2, 14, 0, "container_cspS"},
+               {1, 20, 0, "container_cspX"}, {3, 20, 0, "container_cspX"}, {0, 20, 0, "container_cspX"}};
+  for (const auto& c : cases) {
+    uint8_t buffer[20];
+    std::memset(buffer, 0xEE, sizeof buffer);
+    uint32_t length = c.capacity;
+    EXPECT_EQ(BuildKeyId(ctx, c.keySpec, c.capacity ? buffer : nullptr, &length), c.status);
+    EXPECT_EQ(length, 14u) << "9 characters and the suffix, no NUL";
+    if (c.id) EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer), 14), c.id);
+    else EXPECT_EQ(buffer[0], 0xEE) << "nothing written into a buffer that is too small";
+  }
+  ctx.containerName[0] = '\0';
   uint32_t length = 0;
   EXPECT_EQ(BuildKeyId(ctx, 2, nullptr, &length), 0u);
-  EXPECT_EQ(length, 14u);  // 9 characters and "_cspS", no NUL
-
-  uint8_t buffer[13];
-  std::memset(buffer, 0xEE, sizeof(buffer));
-  length = sizeof(buffer);
-  EXPECT_EQ(BuildKeyId(ctx, 2, buffer, &length), 234u);
-  EXPECT_EQ(length, 14u);
-  EXPECT_EQ(buffer[0], 0xEE) << "nothing is written into a buffer that is too small";
-
-  uint8_t exact[14];
-  length = sizeof(exact);
-  EXPECT_EQ(BuildKeyId(ctx, 1, exact, &length), 0u);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(exact), 14), "container_cspX");
-}
-
-TEST_F(DerivedKeyId, EmptyNameGivesTheBareSuffix) {
-  SetName("");
-  EXPECT_EQ(Build(2), "_cspS");
+  EXPECT_EQ(length, 5u) << "an empty name gives the bare suffix";
 }
 
 }  // namespace

@@ -38,9 +38,7 @@ bool ProviderEntries::Load(HMODULE module) {
   return Resolve(module, "NivraCPAcquireContext", &AcquireContext) &&
          Resolve(module, "NivraCPReleaseContext", &ReleaseContext) &&
          Resolve(module, "NivraCPGetProvParam", &GetProvParam) &&
-         Resolve(module, "NivraCPSetProvParam", &SetProvParam) &&
-         Resolve(module, "NivraCPGenKey", &GenKey) &&
-         Resolve(module, "NivraCPGetUserKey", &GetUserKey);
+         Resolve(module, "NivraCPGenKey", &GenKey);
 }
 
 void TokenTest::SetUp() {
@@ -51,7 +49,7 @@ void TokenTest::SetUp() {
   // Without the fixture's helper the forwarding module would try its default port, where some
   // other helper may listen: stop here instead.
   ASSERT_NE(helper.port, 0) << "no helper port in " << NIVRA_FIXTURE_WINDOWS
-                            << " (the CTest fixture p11fwd_helper_start starts it)";
+                            << " (a CTest fixture such as pkcs11_helper_start starts it)";
   SetEnvironmentVariableA("NIVRA_P11_HELPER", p11wire::FormatWireAddress(helper).c_str());
   Control("reset");
   hive.SetModulePath(ProgramDirectory() + L"nivrap11fwd.dll");
@@ -254,23 +252,23 @@ std::vector<NativeObject> TokenTest::NativeObjectsWith(const std::string& name,
   return matching;
 }
 
-std::vector<std::string> TokenTest::Pkcs11ToolDataObjects() {
-  return RunNative("SOFTHSM2_CONF='" + std::string(NIVRA_FIXTURE_UNIX) +
-                   "/softhsm2.conf' pkcs11-tool --module /usr/lib/softhsm/libsofthsm2.so "
-                   "--list-objects --type data");
+// OpenSSL's side is a script beside the probe.
+std::vector<std::string> TokenTest::RunOpenSsl(const std::string& arguments) {
+  const std::string probe = NIVRA_TOKEN_PROBE;
+  return RunNative("sh '" + probe.substr(0, probe.rfind('/')) + "/token_openssl.sh' " + arguments);
 }
 
 bool TokenTest::NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent,
                                    const Bytes& message, const Bytes& signature) {
-  const auto lines = RunProbe("verify-sha1 " + Hex(modulus) + " " + Hex(exponent) + " " +
-                              Hex(message) + " " + Hex(signature));
+  const auto lines = RunOpenSsl("verify-sha1 " + Hex(modulus) + " " + Hex(exponent) + " " +
+                                Hex(message) + " " + Hex(signature));
   return lines.size() == 1 && lines[0] == "verified";
 }
 
 Bytes TokenTest::NativeEncrypt(const std::string& padding, const Bytes& modulus,
                                const Bytes& exponent, const Bytes& message) {
-  const auto lines = RunProbe("encrypt " + padding + " " + Hex(modulus) + " " + Hex(exponent) +
-                              " " + Hex(message));
+  const auto lines = RunOpenSsl("encrypt " + padding + " " + Hex(modulus) + " " + Hex(exponent) +
+                                " " + Hex(message));
   return lines.size() == 1 ? FromHex(lines[0]) : Bytes();
 }
 

@@ -3,7 +3,7 @@
 // nivrap11fwd.dll, which this process's own machine hive names as "LibPkcs11". The provider is
 // reached through its exports (nivracsp.dll loaded with LoadLibrary) and through CryptoAPI (it is
 // registered as "Nivra pkcs11 CSP" in the same hive). The token's objects are looked at from the
-// native side by pkcs11_token_probe.
+// native side by pkcs11_token_probe, and its public keys are handed to OpenSSL there.
 //
 // All cases share the one token and helper, and run one at a time; each uses containers named
 // after itself. Every case needs a process of its own (the provider keeps its module state for
@@ -29,9 +29,7 @@ struct ProviderEntries {
   BOOL(WINAPI* AcquireContext)(HCRYPTPROV*, LPSTR, DWORD, void*) = nullptr;
   BOOL(WINAPI* ReleaseContext)(HCRYPTPROV, DWORD) = nullptr;
   BOOL(WINAPI* GetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD*, DWORD) = nullptr;
-  BOOL(WINAPI* SetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD) = nullptr;
   BOOL(WINAPI* GenKey)(HCRYPTPROV, ALG_ID, DWORD, HCRYPTKEY*) = nullptr;
-  BOOL(WINAPI* GetUserKey)(HCRYPTPROV, DWORD, HCRYPTKEY*) = nullptr;
   bool Load(HMODULE module);
 };
 
@@ -81,8 +79,6 @@ class TokenTest : public ::testing::Test {
   std::vector<NativeObject> NativeObjects();
   // Native objects whose attribute `name` has the value `value`.
   std::vector<NativeObject> NativeObjectsWith(const std::string& name, const std::string& value);
-  // The token's data objects as pkcs11-tool lists them natively without a login, one line each.
-  std::vector<std::string> Pkcs11ToolDataObjects();
   // OpenSSL's verdict on a PKCS#1 v1.5 SHA-1 signature (big-endian values).
   bool NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent, const Bytes& message,
                           const Bytes& signature);
@@ -104,6 +100,8 @@ class TokenTest : public ::testing::Test {
  private:
   // Runs the probe with `arguments` and returns its output lines (without the final "done").
   std::vector<std::string> RunProbe(const std::string& arguments);
+  // Runs tests/pkcs11/token_openssl.sh with `arguments` and returns its output lines.
+  std::vector<std::string> RunOpenSsl(const std::string& arguments);
   // Runs a native shell command line and returns its output lines (both streams).
   std::vector<std::string> RunNative(const std::string& commandLine);
   int probeRuns_ = 0;

@@ -89,10 +89,7 @@ TEST_F(TokenLogin, RefusedPinsAreReportedByTheirPath) {
     Control(std::string("force-login ") + c.forcedLogin);
     DWORD status = 0;
     if (c.typed == kParam) {
-      std::string pin = c.forcedLogin == std::string("off") ? "9999" : kUserPin;
-      status = CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0)
-                   ? 0
-                   : GetLastError();
+      status = SetPin(prov, c.forcedLogin == std::string("off") ? "9999" : kUserPin);
     } else {
       status = SignThroughDialog(prov, c.typed);
     }
@@ -100,40 +97,32 @@ TEST_F(TokenLogin, RefusedPinsAreReportedByTheirPath) {
   }
 }
 
-TEST_F(TokenLogin, RightPinInTheDialogSignsAndServesLaterRequests) {
-  HCRYPTPROV prov = 0;
-  ASSERT_EQ(CryptAcquire(OnToken(name), 0, &prov), 0u);
-  EXPECT_EQ(SignThroughDialog(prov, L"1234"), 0u);
-  Control("reset-counts");
-  HCRYPTPROV other = 0;
-  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &other), 0u);
-  EXPECT_EQ(Sign(other), 0u) << "the slot's session is logged in for every context";
-  EXPECT_EQ(Control("count C_Login"), "0");
-}
-
 // A PIN the context has from the PIN parameter logs a logged-out token in without asking; when the
-// token refuses it, a silent context stops and an interactive one asks the user.
+// token refuses it, a silent context stops and an interactive one asks the user. A silent context
+// without a PIN has nothing to try.
 TEST_F(TokenLogin, ContextPinIsTriedFirst) {
   const struct {
+    const char* pin;  // null: none set on the context
     const char* forcedLogin;
     DWORD flags;
     DWORD expected;
-  } cases[] = {{"off", CRYPT_SILENT, 0},
-               {"0xA0", CRYPT_SILENT, kSilentContext},
-               {"0x54", CRYPT_SILENT, kNteNotSupported},
-               {"0xA0", 0, kWrongChv}};  // asked: the typed PIN is refused too
+    const char* logins;
+  } cases[] = {{nullptr, "off", CRYPT_SILENT, kSilentContext, "0"},
+               {kUserPin, "off", CRYPT_SILENT, 0, "1"},
+               {kUserPin, "0xA0", CRYPT_SILENT, kSilentContext, "1"},
+               {kUserPin, "0x54", CRYPT_SILENT, kNteNotSupported, "1"},
+               {kUserPin, "0xA0", 0, kWrongChv, "2"}};  // asked: the typed PIN is refused too
   for (const auto& c : cases) {
     HCRYPTPROV prov = 0;
     ASSERT_EQ(CryptAcquire(OnToken(name), c.flags, &prov), 0u);
-    std::string pin = kUserPin;
     LogOut();
-    ASSERT_TRUE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0));
+    if (c.pin) ASSERT_EQ(SetPin(prov, c.pin), 0u);
     LogOut();
     Control(std::string("force-login ") + c.forcedLogin);
     Control("reset-counts");
-    const bool silent = c.flags == CRYPT_SILENT;
-    EXPECT_EQ(silent ? Sign(prov) : SignThroughDialog(prov, L"1234"), c.expected) << c.forcedLogin;
-    EXPECT_EQ(Control("count C_Login"), silent ? "1" : "2") << c.forcedLogin;
+    EXPECT_EQ(c.flags == CRYPT_SILENT ? Sign(prov) : SignThroughDialog(prov, L"1234"), c.expected)
+        << c.forcedLogin;
+    EXPECT_EQ(Control("count C_Login"), c.logins) << c.forcedLogin;
     Control("force-login off");
   }
 }
@@ -151,18 +140,8 @@ TEST_F(TokenLogin, ChangedPinReplacesTheOldOneAndLogsTheUserIn) {
   ASSERT_EQ(change("1234\0" "4321"), 0u);
   EXPECT_EQ(Sign(prov), 0u) << "the silent context is logged in with the new PIN";
   LogOut();
-  std::string old = kUserPin;
-  EXPECT_FALSE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(old.data()), 0))
-      << "the old PIN no longer works";
+  EXPECT_EQ(SetPin(prov, kUserPin), kInvalidChv) << "the old PIN no longer works";
   EXPECT_EQ(change("4321\0" "1234"), 0u) << "and back, for the other cases";
-}
-
-TEST_F(TokenLogin, SilentContextWithoutLoginIsSilentContext) {
-  HCRYPTPROV prov = 0;
-  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &prov), 0u);
-  Control("reset-counts");
-  EXPECT_EQ(Sign(prov), kSilentContext);
-  EXPECT_EQ(Control("count C_Login"), "0") << "no PIN on the context: nothing to try";
 }
 
 TEST_F(TokenLogin, EveryContextThatSetsThePinHasItChecked) {
@@ -178,6 +157,11 @@ TEST_F(TokenLogin, EveryContextThatSetsThePinHasItChecked) {
   EXPECT_EQ(SetPin(third, "9999"), kInvalidChv) << "a wrong PIN is not accepted for another's login";
   EXPECT_EQ(TokenSessionState(), CKS_RW_PUBLIC_SESSION) << "and it leaves the token logged out";
   EXPECT_EQ(SignThroughDialog(third, L"1234"), 0u) << "so the next private-key use asks";
+  Control("reset-counts");
+  HCRYPTPROV silent = 0;
+  ASSERT_EQ(CryptAcquire(OnToken(name), CRYPT_SILENT, &silent), 0u);
+  EXPECT_EQ(Sign(silent), 0u) << "the PIN typed logged the slot's session in for every context";
+  EXPECT_EQ(Control("count C_Login"), "0");
 }
 
 TEST_F(TokenLogin, UnblockingEndsWithTheUserLoggedInNotTheOfficer) {

@@ -51,20 +51,18 @@ class TokenSlots : public TokenTest {
   }
 };
 
-TEST_F(TokenSlots, PollingMonitorFollowsRemovalAndInsertion) {
-  StartProvider();  // SoftHSM2 cannot wait for slot events: the monitor polls
-  HCRYPTPROV prov = 0;
-  ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
-  ExpectMonitorFollows(prov);
-}
+// SoftHSM2 cannot wait for slot events, so the monitor polls; with the helper's events it waits.
+class SlotMonitor : public TokenSlots, public ::testing::WithParamInterface<const char*> {};
 
-TEST_F(TokenSlots, WaitingMonitorFollowsRemovalAndInsertion) {
-  Control("slot-events on");
+TEST_P(SlotMonitor, FollowsRemovalAndInsertion) {
+  Control(std::string("slot-events ") + GetParam());
   StartProvider();
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
   ExpectMonitorFollows(prov);
 }
+
+INSTANTIATE_TEST_SUITE_P(SlotEvents, SlotMonitor, ::testing::Values("off", "on"));
 
 // Whether the module cannot wait for slot events (the monitor polls) or its wait fails at once
 // (the monitor pauses before the next one), nothing spins.
@@ -148,41 +146,43 @@ TEST_F(TokenSlots, BlankSlotsDoNotHideTheTokenFromASilentSearch) {
   EXPECT_EQ(id, slotId);
 }
 
+// The monitor thread calls the module beside the application's threads: the module is told that
+// it may lock with the system's primitives (CKF_OS_LOCKING_OK, no mutexes), a module that cannot
+// lock is initialised once more without arguments, and a C_Initialize failure other than
+// "already initialised" is accepted. A second acquire starts nothing again.
+struct StartUp {
+  const char* injected;
+  const char* initArgs;
+};
+
+void PrintTo(const StartUp& s, std::ostream* out) { *out << s.injected; }
+
+class ModuleStart : public TokenSlots, public ::testing::WithParamInterface<StartUp> {};
+
+TEST_P(ModuleStart, InitialisesForSeveralThreadsOnce) {
+  Control(GetParam().injected);
+  StartProvider();
+  EXPECT_EQ(Control("init-args"), GetParam().initArgs);
+  Control("reset-counts");
+  EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
+  EXPECT_EQ(Control("count C_Initialize"), "0");
+}
+
+INSTANTIATE_TEST_SUITE_P(Injected, ModuleStart,
+                         ::testing::Values(StartUp{"ping", "flags=0x2 no-mutexes\n"},
+                                           StartUp{"cant-lock on", "flags=0x2 no-mutexes\nnull\n"},
+                                           StartUp{"force-init 0x5", "flags=0x2 no-mutexes\n"}));
+
+// A module that someone else initialised is refused before its slots are listed; a first slot
+// list that fails (C_Initialize reports success without initialising) is undone, and a later
+// acquire starts again.
 TEST_F(TokenSlots, ModuleInitialisedBySomeoneElseIsRefused) {
   Control("force-init 0x191 noinit");
   EXPECT_EQ(Acquire("\\\\.\\any slot\\c", 0), kNteBadKeyset);
   EXPECT_EQ(Control("count C_GetSlotList"), "0");
 }
 
-TEST_F(TokenSlots, OtherInitializeFailuresAreAccepted) {
-  Control("force-init 0x5");  // CKR_GENERAL_ERROR, the module initialised all the same
-  StartProvider();
-  EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
-}
-
-// The monitor thread calls the module beside the application's threads: the module is told that
-// it may lock with the system's primitives (CKF_OS_LOCKING_OK, no mutex functions), and a module
-// that cannot lock is initialised once more without arguments.
-TEST_F(TokenSlots, ModuleIsInitialisedForSeveralThreads) {
-  StartProvider();
-  EXPECT_EQ(Control("init-args"), "flags=0x2 no-mutexes\n");
-}
-
-TEST_F(TokenSlots, ModuleThatCannotLockIsInitialisedWithoutArguments) {
-  Control("cant-lock on");
-  StartProvider();
-  EXPECT_EQ(Control("init-args"), "flags=0x2 no-mutexes\nnull\n");
-}
-
-TEST_F(TokenSlots, SecondAcquireStartsNothingAgain) {
-  StartProvider();
-  Control("reset-counts");
-  EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
-  EXPECT_EQ(Control("count C_Initialize"), "0");
-}
-
 TEST_F(TokenSlots, FailedFirstSlotListFinalisesAndALaterAcquireStartsAgain) {
-  // C_Initialize reports success without initialising: the slot list then fails.
   Control("force-init 0 noinit");
   EXPECT_EQ(Acquire("\\\\.\\any slot\\c", 0), kNteBadKeyset);
   EXPECT_EQ(Control("count C_GetSlotList"), "1");
@@ -192,39 +192,26 @@ TEST_F(TokenSlots, FailedFirstSlotListFinalisesAndALaterAcquireStartsAgain) {
   EXPECT_EQ(Control("count C_Initialize"), "2");
 }
 
-class NoModuleValue : public TokenTest {
+// No "LibPkcs11" value, a path that does not load, and a library without C_GetFunctionList.
+class UnusableModule : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {
  protected:
   void SetUp() override {
     TokenTest::SetUp();
     if (HasFatalFailure()) return;
-    hive.RemoveModulePath();
+    if (GetParam() == nullptr) hive.RemoveModulePath();
+    else hive.SetModulePath(GetParam());
   }
 };
 
-TEST_F(NoModuleValue, TokenSlotStringsAreBadKeysetThroughExportsAndCryptoApi) {
+TEST_P(UnusableModule, TokenSlotStringsAreBadKeysetThroughExportsAndCryptoApi) {
   EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
   EXPECT_EQ(Acquire("\\\\.\\", 0), kNteBadKeyset);
-  EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
+  EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", CRYPT_SILENT), kNteBadKeyset);
   EXPECT_EQ(GetModuleHandleW(L"nivrap11fwd.dll"), nullptr);
 }
 
-// A path that does not load, and a library without C_GetFunctionList.
-class UnusableModuleValue : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {
- protected:
-  void SetUp() override {
-    TokenTest::SetUp();
-    if (HasFatalFailure()) return;
-    hive.SetModulePath(GetParam());
-  }
-};
-
-TEST_P(UnusableModuleValue, TokenSlotStringsAreBadKeyset) {
-  EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
-  EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", CRYPT_SILENT), kNteBadKeyset);
-}
-
-INSTANTIATE_TEST_SUITE_P(Paths, UnusableModuleValue,
-                         ::testing::Values(L"C:\\no\\such\\module.dll", L"kernel32.dll"));
+INSTANTIATE_TEST_SUITE_P(Values, UnusableModule,
+                         ::testing::Values(static_cast<const wchar_t*>(nullptr), L"C:\\no\\such\\module.dll", L"kernel32.dll"));
 
 }  // namespace
 }  // namespace nivra::p11test
