@@ -29,7 +29,7 @@ TEST(BignumWords, MontgomeryProductsAtTheLargestResidue) {
   // m = 2^64 - 59 (prime). With R = 2^64: R mod m = 59 and R^2 mod m = 59^2 = 3481.
   const Words m = {0xFFFFFFC5u, kOnes};
   const uint32_t minv = MontgomeryMinv(m[0]);
-  Words one = {1, 0}, r2 = {3481, 0}, out(2), scratch(2);
+  Words one = {1, 0}, r2 = {3481, 0}, out(2), scratch(MontScratchWords(2));
   WordsMontMul(out.data(), one.data(), r2.data(), m.data(), 2, minv, scratch.data());
   EXPECT_EQ(out, (Words{59, 0}));
   WordsMontSquare(out.data(), r2.data(), m.data(), 2, minv, scratch.data());  // R^3 mod m
