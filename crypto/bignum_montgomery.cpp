@@ -1,11 +1,10 @@
-// Montgomery arithmetic over word arrays (R = 2^(32n)). The products and the reduction work on
-// limbs of two words with 128-bit products where the compiler has them (a quarter as many
-// multiplications as word by word), otherwise on single words with 64-bit products; the arrays
-// stay 32-bit words either way. A product or square is formed whole in the scratch array, then
-// reduced row by row. With an odd word count the top limb is half a limb (one word) and the last
-// reduction row removes one word instead of two, so R stays 2^(32n).
-#include <cstring>
-
+// Montgomery arithmetic over word arrays (R = 2^(32n)). Products and squares work on limbs
+// (bignum_limbs.h) by product scanning: column by column, the product's terms and the reduction's
+// summed together in a three-limb accumulator, nothing stored until a column is done. The inner
+// loops are unrolled by four (`#pragma GCC unroll`, understood by GCC and clang): loop control is
+// a third of a step otherwise, and these loops are nearly all of an RSA private operation. Word
+// counts that are not a whole number of limbs take bignum_montgomery_half_top.cpp.
+#include "crypto/bignum_limbs.h"
 #include "crypto/bignum_words.h"
 
 namespace nivra::crypto {
@@ -35,156 +34,104 @@ void WordsMontReduce(uint32_t* t, const uint32_t* m, size_t n, uint32_t minv) {
 
 namespace {
 
-#if defined(__SIZEOF_INT128__)
-using Limb = uint64_t;
-using Wide = unsigned __int128;
-constexpr size_t kLimbWords = 2;
-inline Limb LoadLimb(const uint32_t* p) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  Limb v;
-  std::memcpy(&v, p, sizeof v);  // the two words in memory order are the limb
-  return v;
-#else
-  return p[0] | static_cast<Limb>(p[1]) << 32;
-#endif
-}
-inline void StoreLimb(uint32_t* p, Limb v) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  std::memcpy(p, &v, sizeof v);
-#else
-  p[0] = static_cast<uint32_t>(v);
-  p[1] = static_cast<uint32_t>(v >> 32);
-#endif
-}
-#else
-using Limb = uint32_t;
-using Wide = uint64_t;
-constexpr size_t kLimbWords = 1;
-inline Limb LoadLimb(const uint32_t* p) { return *p; }
-inline void StoreLimb(uint32_t* p, Limb v) { *p = v; }
-#endif
-constexpr unsigned kLimbBits = 32 * kLimbWords;
+using namespace limbs;
 
-inline Limb Low(Wide v) { return static_cast<Limb>(v); }
-inline Limb High(Wide v) { return static_cast<Limb>(v >> kLimbBits); }
+// Column accumulator of the product-scanning loops: hi * 2^(2 limbs) + lo. A column sums at most
+// 3L products of two limbs, far within three limbs.
+struct Column {
+  Wide lo = 0;
+  Limb hi = 0;
 
-// An n-word operand seen as L limbs; with an odd word count its top limb is the single top word.
-struct Operand {
-  const uint32_t* w;
-  size_t n;
-  size_t limbs;
-  Limb top;
-
-  Operand(const uint32_t* words, size_t count)
-      : w(words), n(count), limbs((count + kLimbWords - 1) / kLimbWords) {
-    top = count % kLimbWords != 0 ? w[count - 1] : LoadLimb(w + kLimbWords * (limbs - 1));
+  void Add(Wide v) {
+    lo += v;
+    hi += lo < v ? 1 : 0;
   }
-  Limb At(size_t i) const { return i + 1 < limbs ? LoadLimb(w + kLimbWords * i) : top; }
+  void MulAdd(Limb a, Limb b) { Add(static_cast<Wide>(a) * b); }
+  // Takes the low limb out and moves the accumulator down one limb.
+  Limb Shift() {
+    const Limb w = Low(lo);
+    lo = (lo >> kLimbBits) | (static_cast<Wide>(hi) << kLimbBits);
+    hi = 0;
+    return w;
+  }
 };
 
-// t[0..count) += x * v.At(from .. from + count), the last of which is v's top limb; returns the
-// limb carried out of t[count-1].
-inline Limb MulAddRow(uint32_t* t, const Operand& v, size_t from, size_t count, Limb x) {
-  const uint32_t* vw = v.w + kLimbWords * from;
-  Limb c = 0;
+// Column i (< L) of the reduction: adds q[j] * m[i-j] for j < i, then picks q[i] so that the
+// column's low limb becomes zero, and moves on.
+inline void ReduceLowColumn(Column& acc, uint32_t* q, const uint32_t* m, size_t i, Limb minv) {
 #pragma GCC unroll 4
-  for (size_t j = 0; j + 1 < count; ++j) {
-    Wide p = static_cast<Wide>(x) * LoadLimb(vw + kLimbWords * j) + LoadLimb(t + kLimbWords * j) + c;
-    StoreLimb(t + kLimbWords * j, Low(p));
-    c = High(p);
-  }
-  uint32_t* last = t + kLimbWords * (count - 1);
-  Wide p = static_cast<Wide>(x) * v.top + LoadLimb(last) + c;
-  StoreLimb(last, Low(p));
-  return High(p);
+  for (size_t j = 0; j < i; ++j) acc.MulAdd(LimbAt(q, j), LimbAt(m, i - j));
+  const Limb qi = Low(acc.lo) * minv;
+  StoreLimb(q + kLimbWords * i, qi);
+  acc.MulAdd(qi, LimbAt(m, 0));
+  acc.Shift();
 }
 
-// t[0..2L) = a * b, schoolbook rows; row i's carry limb lands in t[i+L], which no earlier row
-// has reached.
-void MulInto(uint32_t* t, const Operand& a, const Operand& b) {
-  const size_t l = a.limbs;
-  WordsZero(t, kLimbWords * l);
+// Sum over column k of a^2: the cross products a[j]*a[k-j], j < k-j, doubled, plus the square of
+// a[k/2] when k is even; j runs from `from`.
+inline void SquareColumn(Column& acc, const uint32_t* a, size_t k, size_t from) {
+  Column cross;
+  size_t j = from;
+#pragma GCC unroll 4
+  for (; j < k - j; ++j) cross.MulAdd(LimbAt(a, j), LimbAt(a, k - j));
+  acc.Add(cross.lo << 1);
+  acc.hi += (cross.hi << 1) | High(cross.lo) >> (kLimbBits - 1);
+  if (j == k - j) acc.MulAdd(LimbAt(a, j), LimbAt(a, j));
+}
+
+// Product scanning over whole limbs (n a multiple of the limb): column by column, a*b (or a^2)
+// and q*m summed together, the high columns written to r; returns the carry above r. Column
+// i >= L reads only limbs above i - L, so r may replace a or b as it is written.
+template <typename ProductColumn>
+inline Limb FusedColumns(uint32_t* r, const uint32_t* m, size_t l, Limb minv, uint32_t* q,
+                         ProductColumn product) {
+  Column acc;
   for (size_t i = 0; i < l; ++i) {
-    StoreLimb(t + kLimbWords * (i + l), MulAddRow(t + kLimbWords * i, b, 0, l, a.At(i)));
+    product(acc, i, 0);
+    ReduceLowColumn(acc, q, m, i, minv);
   }
+  for (size_t i = l; i < 2 * l - 1; ++i) {
+    product(acc, i, i - l + 1);
+#pragma GCC unroll 4
+    for (size_t j = i - l + 1; j < l; ++j) acc.MulAdd(LimbAt(q, j), LimbAt(m, i - j));
+    StoreLimb(r + kLimbWords * (i - l), acc.Shift());
+  }
+  StoreLimb(r + kLimbWords * (l - 1), acc.Shift());
+  return acc.Shift();
 }
 
-// t[0..2L) = a^2: each cross product a[i]*a[j], i < j, once, then all doubled and the squares of
-// the limbs added.
-void SquareInto(uint32_t* t, const Operand& a) {
-  const size_t l = a.limbs;
-  WordsZero(t, 2 * kLimbWords * l);
-  for (size_t i = 0; i + 1 < l; ++i) {
-    uint32_t* row = t + kLimbWords * (2 * i + 1);
-    StoreLimb(t + kLimbWords * (i + l), MulAddRow(row, a, i + 1, l - i - 1, a.At(i)));
-  }
-  Limb shifted = 0;  // the top bit of the previous limb, moved up by the doubling
-  Limb carry = 0;
-  for (size_t i = 0; i < l; ++i) {
-    uint32_t* pair = t + kLimbWords * 2 * i;
-    const Limb lo = LoadLimb(pair), hi = LoadLimb(pair + kLimbWords);
-    const Limb ai = a.At(i);
-    const Wide sq = static_cast<Wide>(ai) * ai;
-    Wide s = static_cast<Wide>((lo << 1) | shifted) + Low(sq) + carry;
-    StoreLimb(pair, Low(s));
-    s = static_cast<Wide>((hi << 1) | (lo >> (kLimbBits - 1))) + High(sq) + High(s);
-    StoreLimb(pair + kLimbWords, Low(s));
-    carry = High(s);
-    shifted = hi >> (kLimbBits - 1);
-  }
-}
-
-// Reduces t[0..2L) (below m*R) in place: afterwards words t[n..2n) hold t * R^(-1) mod m plus
-// possibly m once more, and word t[2n] the carry above them (0 or 1). t has room for 2L + 1
-// limbs.
-void ReduceInPlace(uint32_t* t, const Operand& m, uint32_t minv) {
-  const size_t l = m.limbs;
-  // -m^(-1) mod 2^kLimbBits from the word constant: one more Newton step when limbs are wider.
-  Limb inverse = static_cast<Limb>(0u - minv);
-  inverse *= 2 - m.At(0) * inverse;
-  const Limb limbMinv = 0 - inverse;
-  const bool halfTop = m.n % kLimbWords != 0;
-  const size_t fullRows = halfTop ? l - 1 : l;
-  Limb extra = 0;
-  auto addCarry = [&](size_t i, Limb c) {
-    uint32_t* above = t + kLimbWords * (i + l);
-    Wide s = static_cast<Wide>(LoadLimb(above)) + c + extra;
-    StoreLimb(above, Low(s));
-    extra = High(s);
-  };
-  for (size_t i = 0; i < fullRows; ++i) {
-    uint32_t* row = t + kLimbWords * i;
-    addCarry(i, MulAddRow(row, m, 0, l, LoadLimb(row) * limbMinv));
-  }
-  if (halfTop) {  // one word left to remove: a word-sized quotient digit
-    uint32_t* row = t + kLimbWords * (l - 1);
-    addCarry(l - 1, MulAddRow(row, m, 0, l, static_cast<uint32_t>(row[0] * minv)));
-  }
-  StoreLimb(t + kLimbWords * 2 * l, extra);
-}
-
-// r = t[n..2n) less m when the carry word t[2n] is set or the value reaches m.
-inline void FinalSubtract(uint32_t* r, const uint32_t* t, const uint32_t* m, size_t n) {
-  WordsCopy(r, t + n, n);
-  if (t[2 * n] != 0 || WordsCompare(r, m, n) >= 0) WordsSub(r, m, n);
+// r less m when a carry came out above r or r reaches m.
+inline void FinalSubtract(uint32_t* r, Limb carry, const uint32_t* m, size_t n) {
+  if (carry != 0 || WordsCompare(r, m, n) >= 0) WordsSub(r, m, n);
 }
 
 }  // namespace
 
 void WordsMontMul(uint32_t* r, const uint32_t* a, const uint32_t* b, const uint32_t* m, size_t n,
                   uint32_t minv, uint32_t* scratch) {
-  const Operand mod(m, n);
-  MulInto(scratch, Operand(a, n), Operand(b, n));
-  ReduceInPlace(scratch, mod, minv);
-  FinalSubtract(r, scratch, m, n);
+  if (n % kLimbWords == 0) {
+    const size_t l = n / kLimbWords;
+    auto product = [a, b, l](Column& acc, size_t i, size_t from) {
+#pragma GCC unroll 4
+      for (size_t j = from; j <= i && j < l; ++j) acc.MulAdd(LimbAt(a, j), LimbAt(b, i - j));
+    };
+    const Limb carry = FusedColumns(r, m, l, LimbMinv(minv, LimbAt(m, 0)), scratch, product);
+    FinalSubtract(r, carry, m, n);
+    return;
+  }
+  limbs::MontMulHalfTop(r, a, b, m, n, minv, scratch);
 }
 
 void WordsMontSquare(uint32_t* r, const uint32_t* a, const uint32_t* m, size_t n, uint32_t minv,
                      uint32_t* scratch) {
-  const Operand mod(m, n);
-  SquareInto(scratch, Operand(a, n));
-  ReduceInPlace(scratch, mod, minv);
-  FinalSubtract(r, scratch, m, n);
+  if (n % kLimbWords == 0) {
+    auto product = [a](Column& acc, size_t i, size_t from) { SquareColumn(acc, a, i, from); };
+    const size_t l = n / kLimbWords;
+    const Limb carry = FusedColumns(r, m, l, LimbMinv(minv, LimbAt(m, 0)), scratch, product);
+    FinalSubtract(r, carry, m, n);
+    return;
+  }
+  limbs::MontSquareHalfTop(r, a, m, n, minv, scratch);
 }
 
 }  // namespace nivra::crypto
