@@ -2,8 +2,8 @@
 // (bignum_limbs.h) by product scanning: column by column, the product's terms and the reduction's
 // summed together in a three-limb accumulator, nothing stored until a column is done. The inner
 // loops are unrolled by two (`#pragma GCC unroll`, understood by GCC and clang): a column of
-// 1024-bit operands has 1 to 16 limb products of each kind, so the unrolled remainder of a wider unroll
-// costs more than the loop control it saves (four was 5% slower on the RSA-2048 private
+// 1024-bit operands has 1 to 16 limb products of each kind, so the unrolled remainder of a wider
+// unroll costs more than the loop control it saves (four was 5% slower on the RSA-2048 private
 // operation). Word counts that are not a whole number of limbs take
 // bignum_montgomery_half_top.cpp.
 #include "crypto/bignum_limbs.h"

@@ -30,8 +30,9 @@ inline Limb MulAddRow(uint32_t* t, const Operand& v, size_t from, size_t count, 
   Limb c = 0;
 #pragma GCC unroll 4
   for (size_t j = 0; j + 1 < count; ++j) {
-    Wide p = static_cast<Wide>(x) * LoadLimb(vw + kLimbWords * j) + LoadLimb(t + kLimbWords * j) + c;
-    StoreLimb(t + kLimbWords * j, Low(p));
+    uint32_t* tj = t + kLimbWords * j;
+    Wide p = static_cast<Wide>(x) * LoadLimb(vw + kLimbWords * j) + LoadLimb(tj) + c;
+    StoreLimb(tj, Low(p));
     c = High(p);
   }
   uint32_t* last = t + kLimbWords * (count - 1);
