@@ -21,7 +21,7 @@ struct Montgomery {
   const uint32_t* m;
   size_t n;
   uint32_t minv;
-  uint32_t* scratch;  // 2n words
+  uint32_t* scratch;  // MontScratchWords(n) words
 
   void Mul(uint32_t* r, const uint32_t* a, const uint32_t* b) const {
     WordsMontMul(r, a, b, m, n, minv, scratch);
@@ -88,13 +88,13 @@ int ModExpBase2(CBigNumber& result, const CBigNumber& exp, const CBigNumber& m) 
     --i;
   }
   const size_t vn = v / 32 + 1;
-  // Layout: x (n) | scratch (2n) | start value (vn) | conversion work (vn + 2n + 1).
-  const size_t total = n + 2 * n + vn + (vn + 2 * n + 1);
+  // Layout: x (n) | scratch | start value (vn) | conversion work (vn + 2n + 1).
+  const size_t total = n + MontScratchWords(n) + vn + (vn + 2 * n + 1);
   uint32_t* block = AllocWords(total);
   if (block == nullptr) return -1;
   uint32_t* x = block;
   Montgomery mont{m.words, n, MontgomeryMinv(m.words[0]), block + n};
-  uint32_t* start = block + 3 * n;
+  uint32_t* start = block + n + MontScratchWords(n);
   WordsZero(start, vn);
   start[v / 32] = 1u << (v % 32);
   ToMontgomery(x, start, vn, m.words, n, start + vn);
@@ -180,17 +180,17 @@ int CBigNumber::ModExp(const CBigNumber& base, const CBigNumber& exp, const CBig
   if (ebits == 1) return CopyFrom(base);
 
   const size_t bn = WordsTrim(base.words, base.used);
-  // Layout: table (2^k * n) | acc (n) | g^2 (n) | scratch (2n) | conversion work (bn + 2n + 1).
+  // Layout: table (2^k * n) | acc (n) | g^2 (n) | scratch | conversion work (bn + 2n + 1).
   unsigned k = WindowParameter(ebits);
   size_t total = 0;
-  uint32_t* block = AllocWindowBlock(&k, n, 4 * n + (bn + 2 * n + 1), &total);
+  uint32_t* block = AllocWindowBlock(&k, n, 2 * n + MontScratchWords(n) + (bn + 2 * n + 1), &total);
   if (block == nullptr) return -1;
   const size_t entries = static_cast<size_t>(1) << k;
   uint32_t* table = block;
   uint32_t* acc = block + entries * n;
   uint32_t* g2 = acc + n;
   Montgomery mont{m.words, n, MontgomeryMinv(m.words[0]), g2 + n};
-  uint32_t* work = g2 + 3 * n;
+  uint32_t* work = g2 + n + MontScratchWords(n);
 
   // table[j] = g^(2j+1) in Montgomery form.
   ToMontgomery(table, base.words, bn, m.words, n, work);

@@ -1,5 +1,6 @@
 // Word-array primitives under CBigNumber: raw (pointer, length) arrays of 32-bit words, least
-// significant word first. Every 32 x 32 bit product is one uint64_t multiplication. None of these
+// significant word first. Every 32 x 32 bit product is one uint64_t multiplication (the Montgomery
+// products pair the words into wider limbs where the compiler has 128-bit products). None of these
 // allocate; callers own every buffer and size it as each contract states. Unless a contract says
 // otherwise, output arrays must not overlap input arrays.
 #pragma once
@@ -80,14 +81,17 @@ uint32_t MontgomeryMinv(uint32_t m0);
 // m[n-1] != 0, minv = MontgomeryMinv(m[0]).
 void WordsMontReduce(uint32_t* t, const uint32_t* m, size_t n, uint32_t minv);
 
-// r = a * b * R^(-1) mod m in one fused pass: product scanning, each column of a*b summed
-// together with the matching column of q*m. a, b < m, n words each; scratch has n words.
-// r may equal a or b.
+// Scratch words that WordsMontMul and WordsMontSquare need for an n-word modulus: the whole
+// product and the carry above it.
+constexpr size_t MontScratchWords(size_t n) { return 2 * n + 4; }
+
+// r = a * b * R^(-1) mod m: the product formed whole in scratch (MontScratchWords(n) words), then
+// reduced. a, b < m, n words each. r may equal a or b.
 void WordsMontMul(uint32_t* r, const uint32_t* a, const uint32_t* b, const uint32_t* m, size_t n,
                   uint32_t minv, uint32_t* scratch);
 
-// r = a^2 * R^(-1) mod m, fused like WordsMontMul, with each cross product of the square formed
-// once and doubled. a < m, n words; scratch has n words. r may equal a.
+// r = a^2 * R^(-1) mod m like WordsMontMul, with each cross product of the square formed once and
+// doubled. a < m, n words; scratch has MontScratchWords(n) words. r may equal a.
 void WordsMontSquare(uint32_t* r, const uint32_t* a, const uint32_t* m, size_t n, uint32_t minv,
                      uint32_t* scratch);
 

@@ -20,25 +20,31 @@ void Load(CBigNumber& a, const Bytes& bytes) {
 }
 
 // The carries of the final Montgomery step: at a modulus just below R the largest residue's
-// square and product carry past the top word. (Random operands of every size are checked
-// against OpenSSL natively; this case runs on both sides.)
+// square and product carry past the top word, at one and two whole limbs and at word counts that
+// end in half a limb. (Random operands of every size are checked against OpenSSL natively; this
+// case runs on both sides.)
 TEST(BignumWords, MontgomeryProductsAtTheLargestResidue) {
   for (uint32_t m0 : {1u, 3u, kOnes, 0x80000001u, 0x12345679u}) {
     EXPECT_EQ(static_cast<uint32_t>(m0 * MontgomeryMinv(m0)), kOnes) << m0;  // m0 * minv = -1
   }
-  // m = 2^64 - 59 (prime). With R = 2^64: R mod m = 59 and R^2 mod m = 59^2 = 3481.
-  const Words m = {0xFFFFFFC5u, kOnes};
-  const uint32_t minv = MontgomeryMinv(m[0]);
-  Words one = {1, 0}, r2 = {3481, 0}, out(2), scratch(2);
-  WordsMontMul(out.data(), one.data(), r2.data(), m.data(), 2, minv, scratch.data());
-  EXPECT_EQ(out, (Words{59, 0}));
-  WordsMontSquare(out.data(), r2.data(), m.data(), 2, minv, scratch.data());  // R^3 mod m
-  EXPECT_EQ(out, (Words{59u * 3481u, 0}));
-  // (m-1)^2 R^-1 = R^-1 mod m; that times R^2, times R^-1 once more, is 1.
-  Words top = {0xFFFFFFC4u, kOnes};
-  WordsMontSquare(out.data(), top.data(), m.data(), 2, minv, scratch.data());
-  WordsMontMul(out.data(), out.data(), r2.data(), m.data(), 2, minv, scratch.data());
-  EXPECT_EQ(out, (Words{1, 0}));
+  for (size_t n : {2, 3, 4, 5}) {
+    // m = R - 59: R mod m = 59 and R^2 mod m = 59^2 = 3481.
+    Words m(n, kOnes), one(n), r2(n), top(n, kOnes), out(n), scratch(MontScratchWords(n));
+    m[0] = 0xFFFFFFC5u;
+    top[0] = m[0] - 1;
+    one[0] = 1;
+    r2[0] = 3481;
+    const uint32_t minv = MontgomeryMinv(m[0]);
+    auto low = [n](uint32_t w) { Words v(n); v[0] = w; return v; };
+    WordsMontMul(out.data(), one.data(), r2.data(), m.data(), n, minv, scratch.data());
+    EXPECT_EQ(out, low(59)) << n;
+    WordsMontSquare(out.data(), r2.data(), m.data(), n, minv, scratch.data());  // R^3 mod m
+    EXPECT_EQ(out, low(59u * 3481u)) << n;
+    // (m-1)^2 R^-1 = R^-1 mod m; that times R^2, times R^-1 once more, is 1.
+    WordsMontSquare(out.data(), top.data(), m.data(), n, minv, scratch.data());
+    WordsMontMul(out.data(), out.data(), r2.data(), m.data(), n, minv, scratch.data());
+    EXPECT_EQ(out, low(1)) << n;
+  }
 }
 
 TEST(BignumSmallValues, ShortBuffersSubWordBelowZeroAndTrailingZeros) {
