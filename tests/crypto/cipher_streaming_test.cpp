@@ -1,4 +1,4 @@
-// Streaming behaviour of CipherUpdate / CipherFinal: arbitrary splits, size queries, short
+// Streaming behaviour of CipherUpdate / CipherFinal: size queries, short
 // buffers, direction rules, the rewind after a failed final, overlapping buffers, reset, argument
 // errors, handles that name no context, and contexts used from several threads at once (each
 // context by one thread, as required) while the live-context registry changes under them.
@@ -35,48 +35,6 @@ Status Update(CipherHandle h, size_t n, bool encrypt, size_t* len, size_t room =
 Status Final(CipherHandle h, size_t* len, size_t room = 64) {
   *len = room;
   return CipherFinal(h, room == kQuery ? nullptr : Out(), len);
-}
-
-// Random piece sizes (empty calls included) that add up to at most total.
-std::vector<size_t> RandomSplit(std::mt19937& rng, size_t total) {
-  std::vector<size_t> pieces;
-  for (size_t used = 0; used < total && pieces.size() < 12; used += pieces.back()) {
-    pieces.push_back(std::min<size_t>(rng() % 20, total - used));
-  }
-  return pieces;
-}
-
-// Every mode but ISO 10126 padding (random, so not comparable between runs). MACs only encrypt;
-// their output is the intermediate blocks followed by the tag.
-TEST(CipherStreaming, AnySplitOfTheInputGivesTheOneCallOutput) {
-  const struct {
-    uint16_t mode, padding;
-  } modes[] = {{kCipherModeEcb, kCipherPadNone},     {kCipherModeEcb, kCipherPadPkcs7},
-               {kCipherModeCbc, kCipherPadNone},     {kCipherModeCbc, kCipherPadPkcs7},
-               {kCipherModeCbc, kCipherPadAnsiX923}, {kCipherModeCtr, kCipherPadNone},
-               {kCipherModeCmac, kCipherPadNone},    {kCipherModeIsoMac3, kCipherPadNone},
-               {kCipherModeCbcMac, kCipherPadNone}};
-  std::mt19937 rng(20240917);
-  for (const auto& m : modes) {
-    ScopedCipher c(kKey, CipherModeWord(m.mode, m.padding), kIv);
-    ASSERT_EQ(c.status(), kOk);
-    const bool mac = m.mode >= kCipherModeCmac;
-    const bool wholeBlocks = m.padding == kCipherPadNone && m.mode <= kCipherModeCbc;
-    for (int trial = 0; trial < 50; ++trial) {
-      const size_t len = rng() % 90;
-      const Bytes plain = RandomBytes(rng, wholeBlocks ? len / 8 * 8 : len);
-      const MessageRun whole = RunMessage(c.get(), plain, true);
-      ASSERT_EQ(whole.final, kOk);
-      EXPECT_TRUE(!mac || whole.out.size() == plain.size() / 8 * 8 + 8) << "intermediate blocks and the tag";
-      const MessageRun split = RunMessage(c.get(), plain, true, RandomSplit(rng, plain.size()));
-      EXPECT_EQ(split.final, kOk);
-      EXPECT_EQ(split.out, whole.out) << "mode " << m.mode << " pad " << m.padding << " len " << plain.size();
-      if (mac) continue;
-      const MessageRun back = RunMessage(c.get(), whole.out, false, RandomSplit(rng, whole.out.size()));
-      EXPECT_EQ(back.final, kOk);
-      EXPECT_EQ(back.out, plain) << "mode " << m.mode << " pad " << m.padding << " len " << plain.size();
-    }
-  }
 }
 
 TEST(CipherStreaming, SizeQueriesReportWholeBlocksAndChangeNothing) {

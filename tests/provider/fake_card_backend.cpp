@@ -1,11 +1,11 @@
 // A card back end for tests only, built into nivracsp_fake.dll in place of real cards. It serves
 // the service-card (kind 2) and Bluetooth (kind 3) prefixes with a configurable number of devices,
 // answers with fixed card limits and a fixed 2048-bit public key, and records what the frame asks
-// of it so tests can check what reached the card. Tests steer it through the exports at the end.
+// of it so tests can check what reached the card (the card's answers themselves are proved
+// against real cards and tokens). Tests steer it through the exports at the end.
 #include <windows.h>
 
 #include <cstring>
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,11 +32,8 @@ struct FakeState {
   uint32_t lastKeySpec = 0;
   uint32_t lastMode = 0;
   std::vector<uint8_t> lastInput;
-  std::map<std::vector<uint8_t>, std::vector<uint8_t>> signedBlocks;  // signature -> signed data
   uint32_t genKeyBits = 0;
   uint32_t closeCount = 0;
-  std::vector<std::string> containers;
-  size_t enumIndex = 0;
   std::string lastPin;
 };
 
@@ -106,16 +103,6 @@ class FakeBackend : public CardBackend {
     ++State().closeCount;
   }
 
-  Status EnumContainers(ProviderContext& ctx, bool restart) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
-    if (restart) State().enumIndex = 0;
-    if (State().enumIndex >= State().containers.size()) return ERROR_NO_MORE_ITEMS;
-    const std::string& name = State().containers[State().enumIndex++];
-    std::memset(ctx.enumName, 0, sizeof(ctx.enumName));
-    std::memcpy(ctx.enumName, name.c_str(), name.size());
-    return kOk;
-  }
-
   Status LoadKeyPair(ProviderContext& ctx, uint32_t keySpec) override {
     CardKeyPair& pair = ctx.KeyPair(keySpec);
     pair.modulusBits = kFakeModulusBits;
@@ -131,8 +118,7 @@ class FakeBackend : public CardBackend {
     return kOk;
   }
 
-  // "Signs" by producing a block that depends on the input; remembers it so that the public
-  // operation in mode 1 can hand the signed data back, as a real card's public key would.
+  // Records what reached the card and answers with a block of the modulus length.
   Status PrivateKeyOp(ProviderContext&, uint32_t keySpec, uint32_t mode, const uint8_t* in,
                       uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
     std::lock_guard<std::mutex> lock(State().mutex);
@@ -140,26 +126,8 @@ class FakeBackend : public CardBackend {
     State().lastMode = mode;
     State().lastInput.assign(in, in + inLen);
     if (*outLen < kFakeModulusBytes) return kErrMoreData;
-    std::vector<uint8_t> block(kFakeModulusBytes);
-    for (uint32_t i = 0; i < kFakeModulusBytes; ++i) {
-      block[i] = static_cast<uint8_t>(i ^ (inLen > 0 ? in[i % inLen] : 0) ^ mode);
-    }
-    State().signedBlocks[block] = State().lastInput;
-    std::memcpy(out, block.data(), block.size());
+    std::memset(out, 0x5A, kFakeModulusBytes);
     *outLen = kFakeModulusBytes;
-    return kOk;
-  }
-
-  Status PublicKeyOp(ProviderContext&, const KeyObject&, uint32_t mode, const uint8_t* in,
-                     uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
-    State().lastMode = mode;
-    State().lastInput.assign(in, in + inLen);
-    auto it = State().signedBlocks.find(State().lastInput);
-    if (it == State().signedBlocks.end()) return kNteBadSignature;
-    if (*outLen < it->second.size()) return kErrMoreData;
-    std::memcpy(out, it->second.data(), it->second.size());
-    *outLen = static_cast<uint32_t>(it->second.size());
     return kOk;
   }
 
@@ -194,9 +162,6 @@ extern "C" __declspec(dllexport) void FakeCardReset(uint32_t serviceCardCount,
   s.openResult = kOk;
   s.lastOpenFlags = s.lastKeySpec = s.lastMode = s.genKeyBits = s.closeCount = 0;
   s.lastInput.clear();
-  s.signedBlocks.clear();
-  s.containers = {"alpha", "a-container-name-of-31-bytes-xx"};
-  s.enumIndex = 0;
   s.lastPin.clear();
 }
 

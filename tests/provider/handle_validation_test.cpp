@@ -200,16 +200,4 @@ TEST_F(HandleValidation, DuplicateEntriesAreNotImplementedWhateverTheArguments) 
   dll.ReleaseContext(prov, 0);
 }
 
-TEST(ProviderExports, BothNameSetsResolveToTheSameEntries) {
-  ProviderDll product, standard;
-  std::string error;
-  ASSERT_TRUE(product.Load(kProductDll, "NivraCP", &error)) << error;
-  ASSERT_TRUE(standard.Load(kProductDll, "CP", &error)) << error;
-  EXPECT_EQ(reinterpret_cast<void*>(product.AcquireContext), reinterpret_cast<void*>(standard.AcquireContext));
-  EXPECT_EQ(reinterpret_cast<void*>(product.VerifySignature), reinterpret_cast<void*>(standard.VerifySignature));
-  EXPECT_EQ(reinterpret_cast<void*>(product.DuplicateKey), reinterpret_cast<void*>(standard.DuplicateKey));
-  EXPECT_NE(GetProcAddress(product.module, "DllRegisterServer"), nullptr);
-  EXPECT_NE(GetProcAddress(product.module, "DllUnregisterServer"), nullptr);
-}
-
 }  // namespace

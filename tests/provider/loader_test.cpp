@@ -11,7 +11,6 @@
 namespace {
 
 const wchar_t kProviderName[] = L"Nivra pkcs11 CSP";
-const wchar_t kFakeProviderName[] = L"Nivra pkcs11 CSP (fake card)";
 const wchar_t kRegistryBase[] = L"SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\";
 
 std::wstring ModuleDirectory() {
@@ -55,20 +54,6 @@ bool ReadRegistration(const wchar_t* name, std::wstring* imagePath, DWORD* type,
   RegQueryValueExW(key, L"SigInFile", nullptr, nullptr, reinterpret_cast<BYTE*>(sigInFile), &size);
   RegCloseKey(key);
   return true;
-}
-
-// Registers the fake-card build under its own name, as regsvr32 would register the product.
-void RegisterFakeProvider() {
-  HKEY key = nullptr;
-  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kRegistryBase) + kFakeProviderName).c_str(),
-                            0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr), ERROR_SUCCESS);
-  const std::wstring path = ModuleDirectory() + kFakeCardDll;
-  RegSetValueExW(key, L"Image Path", 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
-                 static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
-  DWORD type = PROV_RSA_FULL, zero = 0;
-  RegSetValueExW(key, L"Type", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&type), sizeof(type));
-  RegSetValueExW(key, L"SigInFile", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&zero), sizeof(zero));
-  RegCloseKey(key);
 }
 
 DWORD AcquireThroughLoader(const wchar_t* container, const wchar_t* provider, DWORD flags,
@@ -121,32 +106,6 @@ TEST_F(Loader, ThreeHundredLoadsAndFreesInOneProcess) {
   }
   // The module stays pinned after its first load: one watcher thread, not one per load.
   EXPECT_LE(ThreadsOfThisProcess(), threadsBefore + 1);
-}
-
-TEST_F(Loader, FullContextLifecycleThroughTheLoaderRepeatedly) {
-  RegisterFakeProvider();
-  ProviderDll fake;
-  std::string error;
-  ASSERT_TRUE(fake.Load(kFakeCardDll, "CP", &error)) << error;
-  fake.FakeReset(1, 0, "svc0");
-  const BYTE data[] = "loader round trip";
-
-  for (int i = 0; i < 100; ++i) {
-    HCRYPTPROV prov = 0;
-    ASSERT_EQ(AcquireThroughLoader(L"\\\\?\\svc0\\c1", kFakeProviderName, 0, &prov), 0u) << i;
-    HCRYPTHASH hash = 0;
-    ASSERT_TRUE(CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash));
-    ASSERT_TRUE(CryptHashData(hash, data, sizeof(data), 0));
-    BYTE signature[256];
-    DWORD length = sizeof(signature);
-    ASSERT_TRUE(CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature, &length)) << std::hex << GetLastError();
-    ASSERT_EQ(length, 256u);
-    BYTE random[16];
-    ASSERT_TRUE(CryptGenRandom(prov, sizeof(random), random));
-    ASSERT_TRUE(CryptDestroyHash(hash));
-    ASSERT_TRUE(CryptReleaseContext(prov, 0));
-  }
-  RegDeleteKeyW(HKEY_LOCAL_MACHINE, (std::wstring(kRegistryBase) + kFakeProviderName).c_str());
 }
 
 TEST(ProcessExit, ExitingWhileTheWatcherRunsNeitherCrashesNorHangs) {

@@ -2,7 +2,30 @@
 #pragma once
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "provider_dll.h"
+
+using Bytes = std::vector<BYTE>;
+
+// PKCS#1 DigestInfo prefixes of SHA-1 and MD5 (RFC 8017, section 9.2, note 1).
+const Bytes kSha1Prefix = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
+const Bytes kMd5Prefix = {0x30, 0x20, 0x30, 0x0C, 0x06, 0x08, 0x2A, 0x86, 0x48,
+                          0x86, 0xF7, 0x0D, 0x02, 0x05, 0x05, 0x00, 0x04, 0x10};
+
+// The value of data hashed by Wine's own software provider.
+inline Bytes WineHash(ALG_ID alg, const Bytes& data) {
+  HCRYPTPROV wine = OpenWineSoftwareProvider();
+  HCRYPTHASH hash = 0;
+  Bytes value(64);
+  DWORD length = static_cast<DWORD>(value.size());
+  EXPECT_TRUE(CryptCreateHash(wine, alg, 0, 0, &hash) && CryptHashData(hash, data.data(), static_cast<DWORD>(data.size()), 0) &&
+              CryptGetHashParam(hash, HP_HASHVAL, value.data(), &length, 0));
+  value.resize(length);
+  CryptDestroyHash(hash);
+  CryptReleaseContext(wine, 0);
+  return value;
+}
 
 class FakeCardProvider : public ::testing::Test {
  protected:

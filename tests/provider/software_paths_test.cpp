@@ -31,18 +31,6 @@ class SoftwarePaths : public FakeCardProvider {
     return value;
   }
 
-  std::vector<BYTE> WineHash(ALG_ID alg, const std::vector<BYTE>& data) {
-    HCRYPTHASH hash = 0;
-    EXPECT_TRUE(CryptCreateHash(wine, alg, 0, 0, &hash));
-    EXPECT_TRUE(CryptHashData(hash, data.data(), static_cast<DWORD>(data.size()), 0));
-    std::vector<BYTE> value(64);
-    DWORD length = static_cast<DWORD>(value.size());
-    EXPECT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, value.data(), &length, 0));
-    value.resize(length);
-    CryptDestroyHash(hash);
-    return value;
-  }
-
   HCRYPTPROV prov = 0;
   HCRYPTPROV wine = 0;
 };
