@@ -14,9 +14,12 @@ class CardPaths : public FakeCardProvider {
  protected:
   void SetUp() override {
     FakeCardProvider::SetUp();
+    if (HasFatalFailure()) return;
     prov = Open();
   }
-  void TearDown() override { dll.ReleaseContext(prov, 0); }
+  void TearDown() override {
+    if (prov != 0) dll.ReleaseContext(prov, 0);
+  }
 
   // A hash of "abc" in the provider; *value receives Wine's own value of it.
   HCRYPTHASH HashOf(ALG_ID alg, Bytes* value) {

@@ -56,6 +56,7 @@ class ModuleRsa : public FakeCardProvider {
  protected:
   void SetUp() override {
     FakeCardProvider::SetUp();
+    if (HasFatalFailure()) return;
     prov = Open();
     wine = OpenWineSoftwareProvider();
     ASSERT_NE(wine, 0u);
@@ -67,9 +68,9 @@ class ModuleRsa : public FakeCardProvider {
     EXPECT_SUCCEEDS(dll.ImportKey(prov, publicBlob.data(), length, 0, 0, &moduleKey));
   }
   void TearDown() override {
-    CryptDestroyKey(winePair);
-    CryptReleaseContext(wine, 0);
-    dll.ReleaseContext(prov, 0);
+    if (winePair != 0) CryptDestroyKey(winePair);
+    if (wine != 0) CryptReleaseContext(wine, 0);
+    if (prov != 0) dll.ReleaseContext(prov, 0);
   }
 
   HCRYPTPROV prov = 0;

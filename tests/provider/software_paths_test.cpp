@@ -10,6 +10,7 @@ class SoftwarePaths : public FakeCardProvider {
  protected:
   void SetUp() override {
     FakeCardProvider::SetUp();
+    if (HasFatalFailure()) return;
     prov = Open();
     wine = OpenWineSoftwareProvider();
     ASSERT_NE(wine, 0u);
