@@ -10,6 +10,8 @@ status=0
 ctest --test-dir "$build/native" -j "$jobs" --output-on-failure || status=1
 
 export WINEPREFIX="$build/win64/wineprefix"
+# Wine's own error lines stay in the output, so a program or DLL that fails to start says why.
+export WINEDEBUG="${WINEDEBUG:-fixme-all}"
 . "$top/scripts/display.sh"
 start_private_display
 cleanup() {
