@@ -1,9 +1,8 @@
-// Service cards on their own loopback addresses: the card's side of the key exchange, card
-// commands with no outer frame, broken clients on every listener, and the configuration that
-// the service refuses to start with.
+// Service cards on their own loopback addresses: the card's side of the key exchange, broken
+// clients on every listener, and the configuration that the service refuses to start with. Card
+// commands after a confirmation are proven through the provider (device_cards_wine_test.cpp).
 #include "crypto/rsa_interface.h"
 #include "service/frames/card_key_exchange.h"
-#include "service/frames/confirmation_state.h"
 #include "service/frames/device_records.h"
 #include "service/frames/session_handshake.h"
 #include "tests/cardservice/remote_harness.h"
@@ -49,31 +48,6 @@ TEST_F(CardTest, KeyExchangeIsTakenOnlyForTheCardOfTheAddressAndAGoodSecret) {
     if (c.offerStatus == 0) EXPECT_EQ(session.SendSecret(c.secret), c.secretStatus);
     EXPECT_TRUE(session.client().ClosedByService());
   }
-}
-
-TEST_F(CardTest, CardCommandsRunAfterAConfirmationOrAPin) {
-  CardSession session(desk_, kDesk);
-  ASSERT_TRUE(session.Establish());
-  frames::CardRequest name;
-  name.text = "desk-keys";
-  EXPECT_EQ(session.Call(frames::kCmdCreateContainer, name).status, kScardNotAuthenticated);
-  // Unlocked by a person ...
-  frames::CardRequest ask;
-  ask.reason = 1;
-  EXPECT_TRUE(frames::ReadConfirmation(session.Call(frames::kCmdAskConfirmation, ask).response.value)
-                  .pending);
-  ASSERT_EQ(service_->Control(std::string("confirm ") + kDesk), "ok");
-  ASSERT_EQ(session.Call(frames::kCmdCreateContainer, name).status, 0u);
-  // ... and the other card of the same token by its PIN.
-  CardSession spare(spare_, kSpare);
-  ASSERT_TRUE(spare.Establish());
-  frames::CardRequest pin;
-  pin.text = kUserPin;
-  EXPECT_EQ(spare.Call(frames::kCmdVerifyPin, pin).response.value, 1u);
-  EXPECT_TRUE(frames::ReadConfirmation(spare.Call(frames::kCmdLoginState).response.value)
-                  .authenticated);
-  name.text = "";
-  EXPECT_EQ(spare.Call(frames::kCmdOpenContainer, name).response.name, "desk-keys");
 }
 
 frames::Bytes Frame(uint16_t command, uint32_t status, frames::Bytes body) {

@@ -1,13 +1,10 @@
-// Clients that go away mid-frame, many clients at once, and stopping the service: none of it may
-// disturb another client.
+// Clients that go away mid-frame and stopping the service: neither may disturb another client.
+// Many clients signing at once are the published-slot load test's (tests/service).
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <atomic>
 #include <thread>
 
-#include "crypto/pkcs1.h"
-#include "tests/cardservice/openssl_peer.h"
 #include "tests/cardservice/service_fixture.h"
 
 namespace nivra::cardtest {
@@ -43,39 +40,6 @@ TEST_F(FaultTest, ClientsThatStopMidFrameNeitherBlockNorDisturbOthersNorTheStop)
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
   EXPECT_TRUE(bystander->client().ClosedByService());
   EXPECT_NE(service_->Log().find("stopped"), std::string::npos);
-}
-
-TEST_F(FaultTest, ManyChannelsSignAtOnceAndEverySignatureVerifies) {
-  auto setup = Open();
-  Login(*setup);
-  uint32_t handle = Create(*setup, "shared");
-  frames::PublicKeyBlock key = Generate(*setup, handle, kAtSignature);
-  const size_t k = key.modulus.size();
-  constexpr int kThreads = 8, kSignatures = 10;
-  std::atomic<int> verified{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      Channel channel(service_->port());
-      frames::CardRequest pin;
-      pin.text = kUserPin;
-      if (!channel.ready() || channel.Call(slot_, frames::kCmdVerifyPin, pin).response.value != 1) {
-        return;
-      }
-      for (int i = 0; i < kSignatures; ++i) {
-        ByteString message = {static_cast<uint8_t>(t), static_cast<uint8_t>(i)};
-        ByteString digestInfo = Sha256DigestInfo(message), block(k);
-        crypto::Pkcs1PadType1(block.data(), k, digestInfo.data(), digestInfo.size());
-        CardResult signature = channel.Call(slot_, frames::kCmdPrivateKeyOp, Key(handle, 2, block), k);
-        if (signature.status == 0 &&
-            OpenSslVerifiesSha256(key.modulus, key.exponent, message, signature.response.data)) {
-          ++verified;
-        }
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(verified, kThreads * kSignatures);
 }
 
 }  // namespace

@@ -35,10 +35,8 @@ class ServiceTest : public ::testing::Test {
   virtual std::string Module() { return {}; }
   // The devices and cards the service presents (none when empty).
   virtual std::string CardConfig() { return {}; }
-  // Whether confirmations are answered on a loopback TCP port rather than a Unix-domain socket.
-  virtual bool TcpControl() { return false; }
   void SetUp() override {
-    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig(), TcpControl());
+    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig());
     ASSERT_TRUE(service_->ok()) << "the service did not start";
     slot_ = TokenSlot();
     ASSERT_NE(slot_, 0u);

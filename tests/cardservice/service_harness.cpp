@@ -44,9 +44,7 @@ std::string ReadText(const std::string& path) {
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig,
-                               bool tcpControl)
-    : tcpControl_(tcpControl) {
+ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig) {
   char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
   if (!mkdtemp(pattern)) return;
   directory_ = pattern;
@@ -67,14 +65,11 @@ ServiceProcess::ServiceProcess(const std::string& module, const std::string& car
     dup2(fd, 2);
     std::string served = module.empty() ? kSoftHsmModule : module;
     std::string cards = directory_ + "/cards.conf", control = directory_ + "/control";
-    std::string controlPort = directory_ + "/control-port";
     std::vector<const char*> args = {NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
                                      portFile.c_str(), "--module", served.c_str(), "--trace"};
     if (!cardConfig.empty()) {
       std::ofstream(cards) << cardConfig;
-      args.insert(args.end(), {"--cards", cards.c_str(), "--control",
-                               tcpControl ? "tcp:127.0.0.1:0" : control.c_str(),
-                               "--control-port-file", controlPort.c_str()});
+      args.insert(args.end(), {"--cards", cards.c_str(), "--control", control.c_str()});
     }
     args.push_back(nullptr);
     execv(NIVRA_CARD_SERVICE, const_cast<char* const*>(args.data()));
@@ -101,30 +96,17 @@ ServiceProcess::~ServiceProcess() {
 std::string ServiceProcess::Log() const { return ReadText(directory_ + "/service.log"); }
 
 std::string ServiceProcess::Control(const std::string& line) const {
-  int fd = -1;
-  bool connected = false;
-  if (tcpControl_) {
-    unsigned port = 0;
-    std::ifstream(directory_ + "/control-port") >> port;
-    Client client(static_cast<uint16_t>(port));
-    fd = client.Release();
-    connected = fd >= 0;
-  } else {
-    fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
-    connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
+  std::string answer, request = line + "\n";
+  char c;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+      write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
+    while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
   }
-  std::string answer;
-  if (connected) {
-    std::string request = line + "\n";
-    char c;
-    if (write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
-      while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
-    }
-  }
-  if (fd >= 0) close(fd);
+  close(fd);
   return answer;
 }
 

@@ -25,10 +25,9 @@ inline constexpr char kSoPin[] = "so-8350-nivra";
 class ServiceProcess {
  public:
   // Serves `module` (SoftHSM2 when empty); with `cardConfig`, also the devices and cards that
-  // it configures, with a control socket in the directory (`tcpControl`: a loopback TCP control
-  // port instead). Check ok().
-  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {},
-                          bool tcpControl = false);
+  // it configures, with a Unix-domain control socket in the directory (the loopback TCP control
+  // port is the Windows tests'). Check ok().
+  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {});
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
   bool ok() const { return pid_ > 0; }
   bool running() const { return pid_ > 0; }
@@ -46,7 +45,6 @@ class ServiceProcess {
 
  private:
   std::string directory_;
-  bool tcpControl_ = false;
   pid_t pid_ = -1;
   uint16_t port_ = 0;
 };
@@ -59,12 +57,6 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   bool connected() const { return fd_ >= 0; }
-  // Hands the descriptor over (-1 when not connected); the client is closed afterwards.
-  int Release() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
   bool SendRaw(const uint8_t* data, size_t length);
   bool Send(const frames::Bytes& frame) { return SendRaw(frame.data(), frame.size()); }
   // One whole frame; false when the connection closed or failed first.
