@@ -18,8 +18,8 @@
 namespace nivra::cardtest {
 
 inline constexpr char kTokenLabel[] = "nivra-service";
-inline constexpr char kUserPin[] = "pin-4711-nivra";
-inline constexpr char kSoPin[] = "so-8350-nivra";
+inline constexpr char kUserPin[] = "1234";  // the PINs of every scratch token
+inline constexpr char kSoPin[] = "5678";
 
 // A scratch token and a running service on a free port.
 class ServiceProcess {
@@ -105,8 +105,7 @@ std::vector<frames::SlotRecord> SlotList(uint16_t port);
 // The slot of the scratch token.
 uint32_t TokenSlot();
 
-// Native view of the token (SoftHSM2 loaded in the test process).
-CK_FUNCTION_LIST* NativeModule();
+// Native view of the token, through the probe that the Windows tests use.
 // Labels of the objects of class `objectClass` (and CKA_APPLICATION `application` when given).
 std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application);
 // Creates a public CKO_DATA token object with that label and CKA_APPLICATION.

@@ -1,7 +1,7 @@
 // Card commands of a context on a published slot against a scripted peer: every status
 // translation and length rule of the answers, and the login around key commands (the cached PIN,
-// a lapsed login answered by a relogin and one resend, a silent context). Each case runs in a
-// process of its own.
+// a lapsed login answered by a relogin and one resend, a silent context). A wrong PIN is the real
+// service's (service_slots_wine_test.cpp). Each case runs in a process of its own.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -160,14 +160,6 @@ TEST_F(CardCommandWire, StatusesAndAnswerLengthsAreTranslated) {
         << c.what;
     TearDown();
   }
-}
-
-TEST_F(CardCommandWire, RefusedPinIsInvalidChv) {
-  CardPeer peer({{f::kCmdVerifyPin, {{0, {0, 0, 0, 0}}}}});
-  const uint8_t pin[] = {'9', '9', '9', '9'};
-  EXPECT_EQ(service::SlotVerifyPin(*ctx_, *device_, pin, sizeof(pin)), pkcs11::kScardInvalidChv);
-  ASSERT_EQ(peer.Seen().size(), 1u);
-  EXPECT_EQ(peer.Seen()[0], (Bytes{0x12, 0x20, 5, 0, 0, 0, 0, 0, '9', '9', '9', '9', 0}));
 }
 
 TEST_F(CardCommandWire, LapsedLoginIsRenewedWithTheCachedPinAndTheCommandResentOnce) {
