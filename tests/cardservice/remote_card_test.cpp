@@ -1,5 +1,6 @@
 // Service cards on their own loopback addresses: the card's side of the key exchange, broken
-// clients on every listener, and the configuration that the service refuses to start with. Card
+// and stalled clients on every listener and the stop beside them, and the configuration that the
+// service refuses to start with. Card
 // commands after a confirmation are proven through the provider (device_cards_wine_test.cpp).
 #include "crypto/rsa_interface.h"
 #include "service/frames/card_key_exchange.h"
@@ -114,12 +115,18 @@ TEST_F(CardTest, BrokenClientsOnEveryListenerAreClosedAlone) {
     EXPECT_TRUE(broken->client().ClosedByService());
   }
   EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);
-  // Every connection thread has logged once the service has stopped.
-  int status = service_->Terminate(10000);
+  // SIGTERM ends the service promptly with a client stalled mid-frame and a channel idle; every
+  // connection thread has logged once the service has stopped.
+  Client staller(service_->port());
+  ASSERT_TRUE(staller.SendRaw(announced.data(), frames::kHeaderSize + 2));
+  EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);
+  int status = service_->Terminate(5000);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
+  EXPECT_TRUE(channel->client().ClosedByService());
   std::string log = service_->Log();
   for (const Case& c : cases) EXPECT_NE(log.find(c.logged), std::string::npos) << c.logged;
   EXPECT_NE(log.find("slot frame that does not decrypt"), std::string::npos);
+  EXPECT_NE(log.find("stopped"), std::string::npos);
 }
 
 using ConfigTest = ServiceTest;
