@@ -14,7 +14,6 @@ namespace nivra::cardtest {
 // Status values the service answers with.
 inline constexpr uint32_t kNoMoreItems = 259;
 inline constexpr uint32_t kNteBadData = 0x80090005;
-inline constexpr uint32_t kNteExists = 0x8009000F;
 inline constexpr uint32_t kNteNotFound = 0x80090011;
 inline constexpr uint32_t kNteBadKeyset = 0x80090016;
 inline constexpr uint32_t kNteNoKey = 0x8009000D;

@@ -242,19 +242,6 @@ CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::B
   return result;
 }
 
-std::vector<frames::SlotRecord> SlotList(uint16_t port) {
-  Client control(port);
-  frames::Bytes answer;
-  std::vector<frames::SlotRecord> records;
-  size_t announced = 0;
-  if (control.Send(frames::BuildSlotListRequest()) && control.Receive(&answer) &&
-      frames::ReadHeader(answer.data()).command == frames::kCmdSlotListAnswer) {
-    frames::ParseSlotListBody(answer.data() + frames::kHeaderSize,
-                              answer.size() - frames::kHeaderSize, 256, &announced, &records);
-  }
-  return records;
-}
-
 // The slot whose token carries kTokenLabel (0 when none does).
 uint32_t TokenSlot() {
   static CK_FUNCTION_LIST* p11 = [] {

@@ -100,8 +100,6 @@ class Channel {
 CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
                     uint16_t command, size_t blockLength);
 
-// The slot list over a fresh control connection.
-std::vector<frames::SlotRecord> SlotList(uint16_t port);
 // The slot of the scratch token.
 uint32_t TokenSlot();
 
