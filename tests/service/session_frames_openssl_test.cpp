@@ -217,12 +217,8 @@ TEST_F(SessionFrames, WrapRefusesWhatCannotBeCarried) {
       EXPECT_EQ(out.size(), c.outLen) << c.what;
     }
   }
-  // The cipher still works after the failures.
-  const Bytes plain = {0x11, 0x70, 1, 0, 0, 0, 0, 0, 9};
-  Bytes wrapped, back;
-  ASSERT_EQ(WrapFrame(cipher.Get(), plain.data(), plain.size(), &wrapped), FrameStatus::kOk);
-  ASSERT_EQ(UnwrapFrame(cipher.Get(), wrapped.data(), wrapped.size(), &back), FrameStatus::kOk);
-  EXPECT_EQ(back, plain);
+  // A frame that fails to unwrap ends its connection on either side; that the cipher rewinds after
+  // a failed final step is the crypto library's (CipherStreaming).
 }
 
 }  // namespace
