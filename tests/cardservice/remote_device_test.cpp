@@ -1,6 +1,7 @@
 // Bluetooth devices as the provider meets them: the device list, the confirmation that a person
-// gives, refuses or never gives on the control interface, card commands through device frames,
-// and the limits answer.
+// gives, refuses or never gives on the control interface, and the limits answer. Card commands
+// through device frames and the loopback TCP control port are proven through the provider
+// (tests/service, device_cards_wine_test.cpp).
 #include <tuple>
 
 #include "service/frames/confirmation_state.h"
@@ -53,38 +54,14 @@ TEST_F(DeviceTest, ListsNameEveryDeviceAndCardWithItsDisplayNameAndAddress) {
   EXPECT_EQ(std::tuple(cardRecords[0].name, cardRecords[0].displayName, cardRecords[0].address,
                        cardRecords[1].address),
             std::tuple(kDesk, "Desk card", desk_, spare_));
-  // The published slots stay as they were.
-  EXPECT_FALSE(SlotList(service_->port()).empty());
-}
-
-TEST_F(DeviceTest, ConfirmationIsGivenRefusedOrNeverComes) {
+  // A device or a slot that the service does not present is answered, not fatal.
   auto channel = Open();
-  // In this order: only the last unlocks the device. "never": the client gives up with 0x2014.
-  for (std::string answer : {"never", "refuse", "confirm"}) {
-    SCOPED_TRACE(answer);
-    frames::ConfirmationState asked =
-        State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
-    EXPECT_FALSE(asked.authenticated);
-    EXPECT_TRUE(asked.pending);
-    EXPECT_TRUE(State(*channel, kPhone, frames::kCmdLoginState).pending);
-    EXPECT_EQ(service_->Control("pending"), std::string("ok ") + kPhone);
-    if (answer == "never") {
-      EXPECT_FALSE(State(*channel, kPhone, frames::kCmdEndConfirmation).pending);
-    } else {
-      EXPECT_EQ(service_->Control(answer + " " + kPhone), "ok");
-    }
-    frames::ConfirmationState after = State(*channel, kPhone, frames::kCmdLoginState);
-    EXPECT_EQ(after.authenticated, answer == "confirm");
-    EXPECT_FALSE(after.pending);
-    frames::CardRequest create;
-    create.text = "box-" + answer;
-    EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdCreateContainer, create).status,
-              answer == "confirm" ? 0u : kScardNotAuthenticated);
-  }
-  std::string log = service_->Log();
-  EXPECT_NE(log.find(std::string("CONFIRM? device ") + kPhone + " (\"Anna's phone\")"),
-            std::string::npos);
-  EXPECT_NE(log.find("confirm phone-1' or 'refuse phone-1'"), std::string::npos);
+  CardResult unknown = channel->CallDevice("phone-9", frames::kCmdLoginState, {});
+  EXPECT_TRUE(unknown.transported);
+  EXPECT_EQ(unknown.status, kScardReaderUnavailable);
+  frames::Bytes slotInfo = ListAnswer(service_->port(), frames::BuildSlotInfoRequest(0x7FFFFFF0));
+  EXPECT_EQ(frames::ReadHeader(slotInfo.data()).status, kScardReaderUnavailable);
+  EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdLoginState, {}).status, 0u);
 }
 
 TEST_F(DeviceTest, ConfirmationHoldsForTheDeviceUntilItsTokenLogsOut) {
@@ -103,21 +80,17 @@ TEST_F(DeviceTest, ConfirmationHoldsForTheDeviceUntilItsTokenLogsOut) {
   EXPECT_FALSE(after.pending);
 }
 
-class TcpControlTest : public RemoteTest {
-  bool TcpControl() override { return true; }
-};
-
-TEST_F(TcpControlTest, ConfirmationIsAnsweredOnTheLoopbackControlPort) {
-  auto channel = Open();
-  State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
-  EXPECT_EQ(service_->Control("pending"), std::string("ok ") + kPhone);
-  EXPECT_EQ(service_->Control(std::string("confirm ") + kPhone), "ok");
-  EXPECT_TRUE(State(*channel, kPhone, frames::kCmdLoginState).authenticated);
-}
-
+// Given, refused and never given confirmations are proven through the provider
+// (device_cards_wine_test.cpp); here the person's side: the prompt and what the interface refuses.
 TEST_F(DeviceTest, ControlInterfaceRefusesWhatItCannotDo) {
   auto channel = Open();
-  State(*channel, kOldPhone, frames::kCmdAskConfirmation, kReason);
+  frames::ConfirmationState asked = State(*channel, kOldPhone, frames::kCmdAskConfirmation, kReason);
+  EXPECT_EQ(std::pair(asked.authenticated, asked.pending), std::pair(false, true));
+  State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
+  std::string log = service_->Log();
+  EXPECT_NE(log.find("CONFIRM? device phone-1 (\"Anna's phone\")"), std::string::npos);
+  EXPECT_NE(log.find("confirm phone-1' or 'refuse phone-1'"), std::string::npos);
+  ASSERT_EQ(service_->Control("refuse phone-1"), "ok");
   struct Case {
     std::string line;
     std::string reply;
@@ -139,23 +112,6 @@ TEST_F(DeviceTest, ControlInterfaceRefusesWhatItCannotDo) {
   frames::ConfirmationState state = State(*channel, kOldPhone, frames::kCmdLoginState);
   EXPECT_FALSE(state.authenticated);
   EXPECT_FALSE(state.pending);
-}
-
-TEST_F(DeviceTest, CardCommandsRunThroughDeviceFrames) {
-  auto channel = Open();
-  State(*channel, kPhone, frames::kCmdAskConfirmation, kReason);
-  ASSERT_EQ(service_->Control(std::string("confirm ") + kPhone), "ok");
-  frames::CardRequest name;
-  name.text = "phone-keys";
-  CardResult created = channel->CallDevice(kPhone, frames::kCmdCreateContainer, name);
-  ASSERT_EQ(created.status, 0u);
-  // The container is on the token, where the published slot sees it too.
-  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "phone-keys").status, 0u);
-  // A device frame for a device the service does not present is answered, not fatal.
-  CardResult unknown = channel->CallDevice("phone-9", frames::kCmdLoginState, {});
-  EXPECT_TRUE(unknown.transported);
-  EXPECT_EQ(unknown.status, kScardReaderUnavailable);
-  EXPECT_EQ(channel->CallDevice(kPhone, frames::kCmdLoginState, {}).status, 0u);
 }
 
 TEST_F(DeviceTest, LimitsAnswerIsConfiguredPerDevice) {

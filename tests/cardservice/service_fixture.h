@@ -14,7 +14,6 @@ namespace nivra::cardtest {
 // Status values the service answers with.
 inline constexpr uint32_t kNoMoreItems = 259;
 inline constexpr uint32_t kNteBadData = 0x80090005;
-inline constexpr uint32_t kNteExists = 0x8009000F;
 inline constexpr uint32_t kNteNotFound = 0x80090011;
 inline constexpr uint32_t kNteBadKeyset = 0x80090016;
 inline constexpr uint32_t kNteNoKey = 0x8009000D;
@@ -35,10 +34,8 @@ class ServiceTest : public ::testing::Test {
   virtual std::string Module() { return {}; }
   // The devices and cards the service presents (none when empty).
   virtual std::string CardConfig() { return {}; }
-  // Whether confirmations are answered on a loopback TCP port rather than a Unix-domain socket.
-  virtual bool TcpControl() { return false; }
   void SetUp() override {
-    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig(), TcpControl());
+    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig());
     ASSERT_TRUE(service_->ok()) << "the service did not start";
     slot_ = TokenSlot();
     ASSERT_NE(slot_, 0u);

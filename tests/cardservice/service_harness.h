@@ -18,17 +18,16 @@
 namespace nivra::cardtest {
 
 inline constexpr char kTokenLabel[] = "nivra-service";
-inline constexpr char kUserPin[] = "pin-4711-nivra";
-inline constexpr char kSoPin[] = "so-8350-nivra";
+inline constexpr char kUserPin[] = "1234";  // the PINs of every scratch token
+inline constexpr char kSoPin[] = "5678";
 
 // A scratch token and a running service on a free port.
 class ServiceProcess {
  public:
   // Serves `module` (SoftHSM2 when empty); with `cardConfig`, also the devices and cards that
-  // it configures, with a control socket in the directory (`tcpControl`: a loopback TCP control
-  // port instead). Check ok().
-  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {},
-                          bool tcpControl = false);
+  // it configures, with a Unix-domain control socket in the directory (the loopback TCP control
+  // port is the Windows tests'). Check ok().
+  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {});
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
   bool ok() const { return pid_ > 0; }
   bool running() const { return pid_ > 0; }
@@ -46,7 +45,6 @@ class ServiceProcess {
 
  private:
   std::string directory_;
-  bool tcpControl_ = false;
   pid_t pid_ = -1;
   uint16_t port_ = 0;
 };
@@ -59,12 +57,6 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   bool connected() const { return fd_ >= 0; }
-  // Hands the descriptor over (-1 when not connected); the client is closed afterwards.
-  int Release() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
   bool SendRaw(const uint8_t* data, size_t length);
   bool Send(const frames::Bytes& frame) { return SendRaw(frame.data(), frame.size()); }
   // One whole frame; false when the connection closed or failed first.
@@ -108,13 +100,10 @@ class Channel {
 CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
                     uint16_t command, size_t blockLength);
 
-// The slot list over a fresh control connection.
-std::vector<frames::SlotRecord> SlotList(uint16_t port);
 // The slot of the scratch token.
 uint32_t TokenSlot();
 
-// Native view of the token (SoftHSM2 loaded in the test process).
-CK_FUNCTION_LIST* NativeModule();
+// Native view of the token, through the probe that the Windows tests use.
 // Labels of the objects of class `objectClass` (and CKA_APPLICATION `application` when given).
 std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application);
 // Creates a public CKO_DATA token object with that label and CKA_APPLICATION.
