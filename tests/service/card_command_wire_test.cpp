@@ -17,7 +17,6 @@
 #include "service/frames/card_commands.h"
 #include "service/frames/frame_codes.h"
 #include "service/remote_slot_table.h"
-#include "service/service_settings.h"
 #include "service/slot_channel.h"
 #include "service/slot_commands.h"
 
@@ -39,46 +38,34 @@ struct Answer {
 class CardPeer {
  public:
   explicit CardPeer(std::map<uint16_t, std::vector<Answer>> answers)
-      : answers_(std::move(answers)), peer_([this](PeerConnection& c) { Serve(c); }) {
-    service::ServiceSettings settings;
-    settings.port = peer_.Port();
-    settings.requestTimeoutMs = 3000;
-    service::ServiceSettingsOverride(settings);
+      : answers_(std::move(answers)),
+        peer_(ScriptedPeer::Answering([this](uint16_t command, const Bytes&) {
+          std::lock_guard<std::mutex> lock(mutex_);
+          seen_.push_back(command);
+          Answer answer;
+          auto& queue = answers_[command];
+          if (!queue.empty()) {
+            answer = queue.front();
+            if (queue.size() > 1) queue.erase(queue.begin());
+          } else if (command == f::kCmdLoginState) {
+            answer.body = {1, 0, 0, 0};
+          }
+          Bytes frame;
+          f::BuildFrame(f::ResponseCommand(command), answer.status, answer.body.data(),
+                        answer.body.size(), &frame);
+          return frame;
+        })) {
+    UsePorts(peer_.Port());
   }
-  std::vector<Bytes> Seen() {
+  std::vector<uint16_t> Seen() {
     std::lock_guard<std::mutex> lock(mutex_);
     return seen_;
   }
 
  private:
-  void Serve(PeerConnection& c) {
-    if (!c.Handshake(FreshSecret())) return;
-    uint32_t slot = 0;
-    Bytes inner;
-    while (c.ReadRequest(&slot, &inner)) {
-      const uint16_t command = f::ReadHeader(inner.data()).command;
-      Answer answer;
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        seen_.push_back(inner);
-        auto& queue = answers_[command];
-        if (!queue.empty()) {
-          answer = queue.front();
-          if (queue.size() > 1) queue.erase(queue.begin());
-        } else if (command == f::kCmdLoginState) {
-          answer.body = {1, 0, 0, 0};
-        }
-      }
-      Bytes frame;
-      f::BuildFrame(f::ResponseCommand(command), answer.status, answer.body.data(),
-                    answer.body.size(), &frame);
-      c.Answer(frame);
-    }
-  }
-
   std::mutex mutex_;
   std::map<uint16_t, std::vector<Answer>> answers_;
-  std::vector<Bytes> seen_;
+  std::vector<uint16_t> seen_;
   ScriptedPeer peer_;
 };
 
@@ -166,9 +153,7 @@ TEST_F(CardCommandWire, LapsedLoginIsRenewedWithTheCachedPinAndTheCommandResentO
   std::memcpy(ctx_->pin, "1234", 4);
   ctx_->pinLength = 4;
   EXPECT_EQ(Command(f::kCmdPrivateKeyOp, Data(128), 128), 0u);
-  std::vector<uint16_t> commands;
-  for (const Bytes& frame : peer.Seen()) commands.push_back(f::ReadHeader(frame.data()).command);
-  EXPECT_EQ(commands, (std::vector<uint16_t>{f::kCmdLoginState, f::kCmdPrivateKeyOp,
+  EXPECT_EQ(peer.Seen(), (std::vector<uint16_t>{f::kCmdLoginState, f::kCmdPrivateKeyOp,
                                               f::kCmdVerifyPin, f::kCmdPrivateKeyOp}));
 }
 
@@ -178,9 +163,7 @@ TEST_F(CardCommandWire, SilentContextThatIsNotLoggedInSendsNoKeyCommand) {
   std::memcpy(ctx_->pin, "1111", 4);
   ctx_->pinLength = 4;
   EXPECT_EQ(Command(f::kCmdGenerateKeyPair, Data(4)), provider::kNteSilentContext);
-  std::vector<uint16_t> commands;
-  for (const Bytes& frame : peer.Seen()) commands.push_back(f::ReadHeader(frame.data()).command);
-  EXPECT_EQ(commands, (std::vector<uint16_t>{f::kCmdLoginState, f::kCmdVerifyPin}));
+  EXPECT_EQ(peer.Seen(), (std::vector<uint16_t>{f::kCmdLoginState, f::kCmdVerifyPin}));
 }
 
 }  // namespace
