@@ -3,6 +3,7 @@
 // through the service is checked natively, by OpenSSL and through the module's own view. The
 // provider is the test build whose service port comes from the fixture.
 #include <gtest/gtest.h>
+#include <winsock2.h>
 #include <windows.h>
 #include <wincrypt.h>
 
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "pin_dialog_answer.h"
+#include "service_person.h"
 #include "token_fixture.h"
 
 namespace nivra::p11test {
@@ -24,10 +26,7 @@ constexpr DWORD kConnectionRefused = WSAECONNREFUSED;
 
 std::string ServiceDir() { return NIVRA_SERVICE_FIXTURE_UNIX; }
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using servicetest::ReadAll;
 
 Bytes Reversed(Bytes bytes) {
   std::reverse(bytes.begin(), bytes.end());
@@ -38,9 +37,8 @@ class ServiceSlots : public TokenTest {
  protected:
   std::wstring ProviderDll() const override { return L"nivracsp_svctest.dll"; }
   void SetUp() override {
-    const std::string port = ReadAll("Z:" + ServiceDir() + "/port");
-    ASSERT_FALSE(port.empty()) << "no card service port (the CTest fixture starts it)";
-    SetEnvironmentVariableA("NIVRA_TEST_SERVICE_PORT", port.c_str());
+    ASSERT_TRUE(servicetest::UseServiceFixture(ServiceDir()))
+        << "no card service port (the CTest fixture starts it)";
     TokenTest::SetUp();
     if (HasFatalFailure()) return;
     StartProvider();
@@ -216,8 +214,7 @@ TEST_F(ServiceSlots, ServiceThatGoesAwayAndComesBackGetsANewHandshake) {
 
 // Resident memory of the card service, in KiB (its /proc status, read through Wine's Z: drive).
 long ServiceRssKib() {
-  const std::string pid = ReadAll("Z:" + ServiceDir() + "/service.pid");
-  std::ifstream status("Z:/proc/" + pid.substr(0, pid.find_first_of("\r\n")) + "/status");
+  std::ifstream status("Z:/proc/" + servicetest::FixtureFile(ServiceDir(), "service.pid") + "/status");
   std::string line;
   while (std::getline(status, line)) {
     if (line.rfind("VmRSS:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
