@@ -196,7 +196,9 @@ TEST_F(RemoteTest, BrokenClientsOnEveryListenerAreClosedAlone) {
                                   : std::make_unique<Client>(service_->port());
       ASSERT_TRUE(client->connected());
       ASSERT_TRUE(client->Send(c.bytes));
-      if (!c.hangUp) EXPECT_TRUE(client->ClosedByService());
+      if (!c.hangUp) {
+        EXPECT_TRUE(client->ClosedByService());
+      }
     }
     EXPECT_EQ(card.Call(frames::kCmdLoginState).status, 0u);
     EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);

@@ -44,7 +44,7 @@ class ServiceTest : public ::testing::Test {
   // Every service ends cleanly on SIGTERM: exit status 0, so no crash and, in a sanitizer build,
   // no report.
   void TearDown() override {
-    if (service_ && service_->running()) {
+    if (service_ && service_->ok()) {
       int status = service_->Terminate(10000);
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
     }

@@ -200,27 +200,16 @@ Channel::Channel(uint16_t port) : client_(port) {
 }
 
 frames::Bytes Channel::WrapRequest(uint32_t slotId, uint16_t command,
-                                   const frames::CardRequest& request) {
-  frames::Bytes inner, slotFrame, wrapped;
+                                   const frames::CardRequest& request, const std::string* device) {
+  frames::Bytes inner, outer, wrapped;
   frames::BuildCardRequest(command, request, &inner);
-  frames::BuildSlotFrame(slotId, inner.data(), inner.size(), &slotFrame);
-  frames::WrapFrame(cipher_.Get(), slotFrame.data(), slotFrame.size(), &wrapped);
+  if (device) {
+    frames::BuildDeviceFrame(*device, inner.data(), inner.size(), &outer);
+  } else {
+    frames::BuildSlotFrame(slotId, inner.data(), inner.size(), &outer);
+  }
+  frames::WrapFrame(cipher_.Get(), outer.data(), outer.size(), &wrapped);
   return wrapped;
-}
-
-CardResult Channel::Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
-                         size_t blockLength) {
-  return Exchange(client_, cipher_.Get(), WrapRequest(slotId, command, request), command,
-                  blockLength);
-}
-
-CardResult Channel::CallDevice(const std::string& device, uint16_t command,
-                               const frames::CardRequest& request, size_t blockLength) {
-  frames::Bytes inner, deviceFrame, wrapped;
-  frames::BuildCardRequest(command, request, &inner);
-  frames::BuildDeviceFrame(device, inner.data(), inner.size(), &deviceFrame);
-  frames::WrapFrame(cipher_.Get(), deviceFrame.data(), deviceFrame.size(), &wrapped);
-  return Exchange(client_, cipher_.Get(), wrapped, command, blockLength);
 }
 
 CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
@@ -303,23 +292,12 @@ std::vector<std::map<std::string, std::string>> NativeObjects() {
   return objects;
 }
 
-std::vector<uint8_t> ValueById(CK_OBJECT_CLASS objectClass, const std::string& id,
-                               const char* attribute) {
-  for (auto& object : NativeObjects()) {
-    if (object["class"] == std::to_string(objectClass) && object["id"] == Hex(id)) {
-      return FromHex(object[attribute]);
-    }
-  }
-  return {};
-}
-
 }  // namespace
 
-std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application) {
+std::vector<std::string> NativeDataLabels(const std::string& application) {
   std::vector<std::string> labels;
   for (auto& object : NativeObjects()) {
-    if (object["class"] == std::to_string(objectClass) &&
-        (!application || object["application"] == Hex(application))) {
+    if (object["class"] == std::to_string(CKO_DATA) && object["application"] == Hex(application)) {
       auto label = FromHex(object["label"]);
       labels.emplace_back(label.begin(), label.end());
     }
@@ -333,12 +311,14 @@ bool NativeCreateData(const std::string& label, const std::string& application) 
              label + "' --application-label '" + application + "' >/dev/null 2>&1");
 }
 
-std::vector<uint8_t> NativePublicModulus(const std::string& id) {
-  return ValueById(CKO_PUBLIC_KEY, id, "modulus");
-}
-
-std::vector<uint8_t> NativeCertificate(const std::string& id) {
-  return ValueById(CKO_CERTIFICATE, id, "value");
+std::vector<uint8_t> NativeValue(CK_OBJECT_CLASS objectClass, const std::string& id,
+                                 const char* attribute) {
+  for (auto& object : NativeObjects()) {
+    if (object["class"] == std::to_string(objectClass) && object["id"] == Hex(id)) {
+      return FromHex(object[attribute]);
+    }
+  }
+  return {};
 }
 
 }  // namespace nivra::cardtest

@@ -29,8 +29,7 @@ class ServiceProcess {
   // port is the Windows tests'). Check ok().
   explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {});
   ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
-  bool ok() const { return pid_ > 0; }
-  bool running() const { return pid_ > 0; }
+  bool ok() const { return pid_ > 0; }  // started, and not yet stopped
   uint16_t port() const { return port_; }
   const std::string& directory() const { return directory_; }
   // Everything the service has logged so far.
@@ -76,6 +75,10 @@ struct CardResult {
   frames::CardResponse response;
 };
 
+// Sends a wrapped request on `client` and reads its wrapped answer under `cipher`.
+CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
+                    uint16_t command, size_t blockLength);
+
 // An encrypted slot channel: the handshake made with a transport key of the client's own.
 class Channel {
  public:
@@ -83,12 +86,19 @@ class Channel {
   bool ready() const { return ready_; }
   Client& client() { return client_; }
   CardResult Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
-                  size_t blockLength = 0);
+                  size_t blockLength = 0) {
+    return Exchange(client_, cipher_.Get(), WrapRequest(slotId, command, request), command,
+                    blockLength);
+  }
   // The same through a device frame to the device `device`.
   CardResult CallDevice(const std::string& device, uint16_t command,
-                        const frames::CardRequest& request, size_t blockLength = 0);
-  // The wrapped request frame as it goes on the wire.
-  frames::Bytes WrapRequest(uint32_t slotId, uint16_t command, const frames::CardRequest& request);
+                        const frames::CardRequest& request) {
+    return Exchange(client_, cipher_.Get(), WrapRequest(0, command, request, &device), command, 0);
+  }
+  // The wrapped request frame as it goes on the wire: in a slot frame, or a device frame when
+  // `device` is given.
+  frames::Bytes WrapRequest(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
+                            const std::string* device = nullptr);
 
  private:
   Client client_;
@@ -96,21 +106,17 @@ class Channel {
   bool ready_ = false;
 };
 
-// Sends a wrapped request on `client` and reads its wrapped answer under `cipher`.
-CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
-                    uint16_t command, size_t blockLength);
-
 // The slot of the scratch token.
 uint32_t TokenSlot();
 
 // Native view of the token, through the probe that the Windows tests use.
-// Labels of the objects of class `objectClass` (and CKA_APPLICATION `application` when given).
-std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application);
+// Labels of the data objects whose CKA_APPLICATION is `application`.
+std::vector<std::string> NativeDataLabels(const std::string& application);
 // Creates a public CKO_DATA token object with that label and CKA_APPLICATION.
 bool NativeCreateData(const std::string& label, const std::string& application);
-// CKA_MODULUS of the public key with CKA_ID `id`; empty when there is none.
-std::vector<uint8_t> NativePublicModulus(const std::string& id);
-// CKA_VALUE of the X.509 certificate with CKA_ID `id`; empty when there is none.
-std::vector<uint8_t> NativeCertificate(const std::string& id);
+// The `attribute` (as the probe names it: "modulus", "value") of the object of class
+// `objectClass` with CKA_ID `id`; empty when there is none.
+std::vector<uint8_t> NativeValue(CK_OBJECT_CLASS objectClass, const std::string& id,
+                                 const char* attribute);
 
 }  // namespace nivra::cardtest

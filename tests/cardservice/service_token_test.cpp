@@ -61,7 +61,7 @@ TEST_F(TokenTest, ContainersAreDataObjectsAndTheEmptyNameOpensTheFirst) {
   uint32_t defaultHandle = Create(*channel, "");
   // SoftHSM2 refuses the vendor class: the containers are data objects that the provider's
   // module path finds by their application marker.
-  auto labels = NativeLabels(CKO_DATA, kDataFormApplication);
+  auto labels = NativeDataLabels(kDataFormApplication);
   std::sort(labels.begin(), labels.end());
   EXPECT_EQ(labels, (std::vector<std::string>{"DefaultContainer", "alpha"}));
   CardResult opened = Text(*channel, frames::kCmdOpenContainer, "DefaultContainer");
@@ -92,7 +92,7 @@ TEST_F(TokenTest, ContainerThatTheForwardingHelperStoredIsServed) {
   EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers, first).status, kNoMoreItems);
   Login(*channel);
   frames::PublicKeyBlock key = Generate(*channel, opened.response.value, kAtSignature);
-  EXPECT_EQ(NativePublicModulus("via-helper_cspS"), key.modulus);
+  EXPECT_EQ(NativeValue(CKO_PUBLIC_KEY, "via-helper_cspS", "modulus"), key.modulus);
 }
 
 // Signatures through the service that OpenSSL verifies are the published-slot tests'
@@ -108,7 +108,7 @@ TEST_F(TokenTest, GeneratedPairsKeepTheirKeyIdsAndCertificates) {
     EXPECT_EQ(key.exponent, 65537u);
     // The pair carries the derived key ID of the provider's format.
     std::string id = std::string("keys") + (keySpec == kAtSignature ? "_cspS" : "_cspX");
-    EXPECT_EQ(NativePublicModulus(id), key.modulus);
+    EXPECT_EQ(NativeValue(CKO_PUBLIC_KEY, id, "modulus"), key.modulus);
     const size_t k = key.modulus.size();
     ByteString block(k), payload(20, 0x5A);
     ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), k, payload.data(), payload.size()), crypto::kOk);
@@ -136,9 +136,9 @@ TEST_F(TokenTest, GeneratedPairsKeepTheirKeyIdsAndCertificates) {
                    Key(handle, kAtKeyExchange, certificate)).status, 0u);
     EXPECT_EQ(Call(*channel, frames::kCmdReadCertificate, Key(handle, kAtKeyExchange)).response.data,
               certificate);
-    EXPECT_EQ(NativeCertificate("keys_cspX"), certificate);
+    EXPECT_EQ(NativeValue(CKO_CERTIFICATE, "keys_cspX", "value"), certificate);
   }
-  EXPECT_EQ(NativeCertificate("keys_cspS"), ByteString());
+  EXPECT_EQ(NativeValue(CKO_CERTIFICATE, "keys_cspS", "value"), ByteString());
 }
 
 TEST_F(TokenTest, ImportedKeyBlobSignsLikeTheKeyItCameFrom) {
