@@ -4,10 +4,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,7 +21,6 @@
 #include "crypto/rsa_interface.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/device_records.h"
-#include "service/frames/frame_codes.h"
 #include "service/frames/session_handshake.h"
 
 namespace nivra::cardtest {
