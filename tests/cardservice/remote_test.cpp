@@ -16,6 +16,7 @@
 #include "service/frames/device_records.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/session_handshake.h"
+#include "service/frames/slot_records.h"
 #include "tests/cardservice/service_fixture.h"
 
 namespace nivra::cardtest {

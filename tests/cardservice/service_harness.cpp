@@ -1,4 +1,4 @@
-#include "tests/cardservice/service_harness.h"
+#include "tests/cardservice/service_fixture.h"
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
@@ -21,6 +21,7 @@
 #include "crypto/rsa_interface.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/device_records.h"
+#include "service/frames/slot_records.h"
 #include "service/frames/session_handshake.h"
 
 namespace nivra::cardtest {
