@@ -1,20 +1,132 @@
 #pragma once
-// A running service on a fresh token for each test, and the card commands the tests use most.
+// The card service as its clients meet it: the real nivra-card-service program started on a
+// fresh SoftHSM2 token of its own (SOFTHSM2_CONF points into a private directory, in this process
+// too, so that checks can read the token natively), clients built from the shared frame codec
+// and the crypto library, and a fixture that runs a service for each test with the card commands
+// the tests use most.
 #include <gtest/gtest.h>
+#include <p11-kit/pkcs11.h>
+#include <sys/types.h>
 #include <sys/wait.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "service/frames/card_commands.h"
+#include "service/frames/crypto_guards.h"
 #include "service/frames/frame_codes.h"
-#include "tests/cardservice/service_harness.h"
+#include "service/frames/frame_header.h"
 
 namespace nivra::cardtest {
+
+inline constexpr char kTokenLabel[] = "nivra-service";
+inline constexpr char kUserPin[] = "1234";  // the PINs of every scratch token
+inline constexpr char kSoPin[] = "5678";
+
+// A scratch token and a running service on a free port.
+class ServiceProcess {
+ public:
+  // Serves `module` (SoftHSM2 when empty); with `cardConfig`, also the devices and cards that
+  // it configures, with a Unix-domain control socket in the directory (the loopback TCP control
+  // port is the Windows tests'). Check ok().
+  explicit ServiceProcess(const std::string& module = {}, const std::string& cardConfig = {});
+  ~ServiceProcess();  // stops the service (SIGTERM) if it still runs, removes the directory
+  bool ok() const { return pid_ > 0; }  // started, and not yet stopped
+  uint16_t port() const { return port_; }
+  const std::string& directory() const { return directory_; }
+  // Everything the service has logged so far.
+  std::string Log() const;
+  // One line on the control interface, and its one-line answer ("" when it cannot be reached).
+  std::string Control(const std::string& line) const;
+  // Runs the service once more on the scratch token with this card configuration, expecting it
+  // to refuse to start: its exit status and what it wrote.
+  int StartWithConfig(const std::string& cardConfig, std::string* output) const;
+  // Sends SIGTERM and waits up to `waitMs`; the wait status, or -1 when it did not end.
+  int Terminate(int waitMs);
+
+ private:
+  std::string directory_;
+  pid_t pid_ = -1;
+  uint16_t port_ = 0;
+};
+
+// One TCP connection to the service.
+class Client {
+ public:
+  explicit Client(uint16_t port, const std::string& host = "127.0.0.1");  // check connected()
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  bool connected() const { return fd_ >= 0; }
+  bool SendRaw(const uint8_t* data, size_t length);
+  bool Send(const frames::Bytes& frame) { return SendRaw(frame.data(), frame.size()); }
+  // One whole frame; false when the connection closed or failed first.
+  bool Receive(frames::Bytes* frame);
+  // True when the service has closed this connection (it reads nothing more).
+  bool ClosedByService();
+
+ private:
+  int fd_ = -1;
+};
+
+// A card command's outcome as a client sees it.
+struct CardResult {
+  bool transported = false;  // false: the exchange itself failed
+  uint16_t command = 0;      // the answer's command
+  uint32_t status = 0;
+  frames::CardResponse response;
+};
+
+// Sends a wrapped request on `client` and reads its wrapped answer under `cipher`.
+CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
+                    uint16_t command, size_t blockLength);
+
+// An encrypted slot channel: the handshake made with a transport key of the client's own.
+class Channel {
+ public:
+  explicit Channel(uint16_t port);  // check ready()
+  bool ready() const { return ready_; }
+  Client& client() { return client_; }
+  CardResult Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
+                  size_t blockLength = 0) {
+    return Exchange(client_, cipher_.Get(), WrapRequest(slotId, command, request), command,
+                    blockLength);
+  }
+  // The same through a device frame to the device `device`.
+  CardResult CallDevice(const std::string& device, uint16_t command,
+                        const frames::CardRequest& request) {
+    return Exchange(client_, cipher_.Get(), WrapRequest(0, command, request, &device), command, 0);
+  }
+  // The wrapped request frame as it goes on the wire: in a slot frame, or a device frame when
+  // `device` is given.
+  frames::Bytes WrapRequest(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
+                            const std::string* device = nullptr);
+
+ private:
+  Client client_;
+  frames::CipherOwner cipher_;
+  bool ready_ = false;
+};
+
+// The slot of the scratch token.
+uint32_t TokenSlot();
+
+// Native view of the token, through the probe that the Windows tests use.
+// Labels of the data objects whose CKA_APPLICATION is `application`.
+std::vector<std::string> NativeDataLabels(const std::string& application);
+// Creates a public CKO_DATA token object with that label and CKA_APPLICATION.
+bool NativeCreateData(const std::string& label, const std::string& application);
+// The `attribute` (as the probe names it: "modulus", "value") of the object of class
+// `objectClass` with CKA_ID `id`; empty when there is none.
+std::vector<uint8_t> NativeValue(CK_OBJECT_CLASS objectClass, const std::string& id,
+                                 const char* attribute);
+
 
 // Status values the service answers with.
 inline constexpr uint32_t kNoMoreItems = 259;
 inline constexpr uint32_t kNteBadData = 0x80090005;
-inline constexpr uint32_t kNteExists = 0x8009000F;
 inline constexpr uint32_t kNteNotFound = 0x80090011;
 inline constexpr uint32_t kNteBadKeyset = 0x80090016;
 inline constexpr uint32_t kNteNoKey = 0x8009000D;
@@ -35,10 +147,8 @@ class ServiceTest : public ::testing::Test {
   virtual std::string Module() { return {}; }
   // The devices and cards the service presents (none when empty).
   virtual std::string CardConfig() { return {}; }
-  // Whether confirmations are answered on a loopback TCP port rather than a Unix-domain socket.
-  virtual bool TcpControl() { return false; }
   void SetUp() override {
-    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig(), TcpControl());
+    service_ = std::make_unique<ServiceProcess>(Module(), CardConfig());
     ASSERT_TRUE(service_->ok()) << "the service did not start";
     slot_ = TokenSlot();
     ASSERT_NE(slot_, 0u);
@@ -47,7 +157,7 @@ class ServiceTest : public ::testing::Test {
   // Every service ends cleanly on SIGTERM: exit status 0, so no crash and, in a sanitizer build,
   // no report.
   void TearDown() override {
-    if (service_ && service_->running()) {
+    if (service_ && service_->ok()) {
       int status = service_->Terminate(10000);
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
     }

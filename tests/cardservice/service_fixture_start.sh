@@ -5,7 +5,7 @@
 # SoftHSM2 configuration is given, that configuration's token store (so that the PKCS#11 helper
 # and the service serve one token). With a card configuration (the third argument may then be
 # empty), the service also presents its devices and cards, and answers confirmations on a loopback
-# TCP control port written to <dir>/control-port (service_control.sh talks to it), its cards on
+# TCP control port written to <dir>/control-port, its cards on
 # the port NIVRA_CARD_PORT names (default 45452).
 # Usage: service_fixture_start.sh <nivra-card-service> <dir> [softhsm2.conf to share] [cards.conf]
 set -eu

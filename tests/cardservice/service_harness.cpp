@@ -1,13 +1,11 @@
-#include "tests/cardservice/service_harness.h"
+#include "tests/cardservice/service_fixture.h"
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,13 +14,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
 #include "crypto/rsa_interface.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/device_records.h"
-#include "service/frames/frame_codes.h"
+#include "service/frames/slot_records.h"
 #include "service/frames/session_handshake.h"
 
 namespace nivra::cardtest {
@@ -44,21 +43,12 @@ std::string ReadText(const std::string& path) {
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig,
-                               bool tcpControl)
-    : tcpControl_(tcpControl) {
+ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig) {
   char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
   if (!mkdtemp(pattern)) return;
   directory_ = pattern;
-  mkdir((directory_ + "/tokens").c_str(), 0700);
-  std::ofstream(directory_ + "/softhsm2.conf")
-      << "directories.tokendir = " << directory_ << "/tokens\n"
-      << "objectstore.backend = file\nlog.level = ERROR\nslots.removable = false\n";
   setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
-  if (!Run(std::string("softhsm2-util --init-token --free --label ") + kTokenLabel + " --pin " +
-           kUserPin + " --so-pin " + kSoPin + " >/dev/null")) {
-    return;
-  }
+  if (!Run(std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory_ + " " + kTokenLabel)) return;
   std::string portFile = directory_ + "/port", log = directory_ + "/service.log";
   pid_t pid = fork();
   if (pid == 0) {
@@ -67,14 +57,11 @@ ServiceProcess::ServiceProcess(const std::string& module, const std::string& car
     dup2(fd, 2);
     std::string served = module.empty() ? kSoftHsmModule : module;
     std::string cards = directory_ + "/cards.conf", control = directory_ + "/control";
-    std::string controlPort = directory_ + "/control-port";
     std::vector<const char*> args = {NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
                                      portFile.c_str(), "--module", served.c_str(), "--trace"};
     if (!cardConfig.empty()) {
       std::ofstream(cards) << cardConfig;
-      args.insert(args.end(), {"--cards", cards.c_str(), "--control",
-                               tcpControl ? "tcp:127.0.0.1:0" : control.c_str(),
-                               "--control-port-file", controlPort.c_str()});
+      args.insert(args.end(), {"--cards", cards.c_str(), "--control", control.c_str()});
     }
     args.push_back(nullptr);
     execv(NIVRA_CARD_SERVICE, const_cast<char* const*>(args.data()));
@@ -101,30 +88,17 @@ ServiceProcess::~ServiceProcess() {
 std::string ServiceProcess::Log() const { return ReadText(directory_ + "/service.log"); }
 
 std::string ServiceProcess::Control(const std::string& line) const {
-  int fd = -1;
-  bool connected = false;
-  if (tcpControl_) {
-    unsigned port = 0;
-    std::ifstream(directory_ + "/control-port") >> port;
-    Client client(static_cast<uint16_t>(port));
-    fd = client.Release();
-    connected = fd >= 0;
-  } else {
-    fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
-    connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
+  std::string answer, request = line + "\n";
+  char c;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+      write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
+    while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
   }
-  std::string answer;
-  if (connected) {
-    std::string request = line + "\n";
-    char c;
-    if (write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
-      while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
-    }
-  }
-  if (fd >= 0) close(fd);
+  close(fd);
   return answer;
 }
 
@@ -224,27 +198,16 @@ Channel::Channel(uint16_t port) : client_(port) {
 }
 
 frames::Bytes Channel::WrapRequest(uint32_t slotId, uint16_t command,
-                                   const frames::CardRequest& request) {
-  frames::Bytes inner, slotFrame, wrapped;
+                                   const frames::CardRequest& request, const std::string* device) {
+  frames::Bytes inner, outer, wrapped;
   frames::BuildCardRequest(command, request, &inner);
-  frames::BuildSlotFrame(slotId, inner.data(), inner.size(), &slotFrame);
-  frames::WrapFrame(cipher_.Get(), slotFrame.data(), slotFrame.size(), &wrapped);
+  if (device) {
+    frames::BuildDeviceFrame(*device, inner.data(), inner.size(), &outer);
+  } else {
+    frames::BuildSlotFrame(slotId, inner.data(), inner.size(), &outer);
+  }
+  frames::WrapFrame(cipher_.Get(), outer.data(), outer.size(), &wrapped);
   return wrapped;
-}
-
-CardResult Channel::Call(uint32_t slotId, uint16_t command, const frames::CardRequest& request,
-                         size_t blockLength) {
-  return Exchange(client_, cipher_.Get(), WrapRequest(slotId, command, request), command,
-                  blockLength);
-}
-
-CardResult Channel::CallDevice(const std::string& device, uint16_t command,
-                               const frames::CardRequest& request, size_t blockLength) {
-  frames::Bytes inner, deviceFrame, wrapped;
-  frames::BuildCardRequest(command, request, &inner);
-  frames::BuildDeviceFrame(device, inner.data(), inner.size(), &deviceFrame);
-  frames::WrapFrame(cipher_.Get(), deviceFrame.data(), deviceFrame.size(), &wrapped);
-  return Exchange(client_, cipher_.Get(), wrapped, command, blockLength);
 }
 
 CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
@@ -266,145 +229,94 @@ CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::B
   return result;
 }
 
-std::vector<frames::SlotRecord> SlotList(uint16_t port) {
-  Client control(port);
-  frames::Bytes answer;
-  std::vector<frames::SlotRecord> records;
-  size_t announced = 0;
-  if (control.Send(frames::BuildSlotListRequest()) && control.Receive(&answer) &&
-      frames::ReadHeader(answer.data()).command == frames::kCmdSlotListAnswer) {
-    frames::ParseSlotListBody(answer.data() + frames::kHeaderSize,
-                              answer.size() - frames::kHeaderSize, 256, &announced, &records);
-  }
-  return records;
-}
-
-namespace {
-
-// The slot whose token carries kTokenLabel (0 when none does); the module must be initialised.
-CK_SLOT_ID FindTokenSlot(CK_FUNCTION_LIST* p11) {
-  CK_SLOT_ID slots[8];
+// The slot whose token carries kTokenLabel (0 when none does).
+uint32_t TokenSlot() {
+  static CK_FUNCTION_LIST* p11 = [] {
+    void* library = dlopen(kSoftHsmModule, RTLD_NOW | RTLD_LOCAL);
+    CK_FUNCTION_LIST* functions = nullptr;
+    reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"))(&functions);
+    return functions;
+  }();
+  p11->C_Initialize(nullptr);
+  CK_SLOT_ID slots[8], found = 0;
   CK_ULONG count = 8;
   p11->C_GetSlotList(CK_TRUE, slots, &count);
   for (CK_ULONG i = 0; i < count; ++i) {
     CK_TOKEN_INFO info;
     if (p11->C_GetTokenInfo(slots[i], &info) == CKR_OK &&
-        std::string(reinterpret_cast<char*>(info.label), sizeof info.label)
-                .rfind(kTokenLabel, 0) == 0) {
-      return slots[i];
+        std::string(reinterpret_cast<char*>(info.label), sizeof info.label).rfind(kTokenLabel, 0) == 0) {
+      found = slots[i];
     }
   }
-  return 0;
-}
-
-}  // namespace
-
-uint32_t TokenSlot() {
-  CK_FUNCTION_LIST* p11 = NativeModule();
-  p11->C_Initialize(nullptr);
-  CK_SLOT_ID slot = FindTokenSlot(p11);
   p11->C_Finalize(nullptr);
-  return static_cast<uint32_t>(slot);
-}
-
-CK_FUNCTION_LIST* NativeModule() {
-  static CK_FUNCTION_LIST* list = [] {
-    void* library = dlopen(kSoftHsmModule, RTLD_NOW | RTLD_LOCAL);
-    CK_FUNCTION_LIST* functions = nullptr;
-    auto get = reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"));
-    get(&functions);
-    return functions;
-  }();
-  return list;
+  return static_cast<uint32_t>(found);
 }
 
 namespace {
 
-// Runs `work` on a logged-in session of the scratch token, with the module initialised just for
-// it, so that it reads what the service wrote.
-template <class Work>
-void WithToken(Work work) {
-  CK_FUNCTION_LIST* p11 = NativeModule();
-  p11->C_Initialize(nullptr);
-  CK_SESSION_HANDLE session;
-  if (p11->C_OpenSession(FindTokenSlot(p11), CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
-                         &session) == CKR_OK) {
-    p11->C_Login(session, CKU_USER, (CK_UTF8CHAR_PTR)kUserPin, sizeof kUserPin - 1);
-    work(p11, session);
-    p11->C_CloseSession(session);
+std::string Hex(const std::string& bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string hex;
+  for (unsigned char c : bytes) hex += {kDigits[c >> 4], kDigits[c & 15]};
+  return hex;
+}
+
+std::vector<uint8_t> FromHex(const std::string& hex) {
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
   }
-  p11->C_Finalize(nullptr);
+  return bytes;
 }
 
-std::vector<uint8_t> Attribute(CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session,
-                               CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-  CK_ATTRIBUTE a = {type, nullptr, 0};
-  if (p11->C_GetAttributeValue(session, object, &a, 1) != CKR_OK) return {};
-  std::vector<uint8_t> value(a.ulValueLen);
-  a.pValue = value.data();
-  p11->C_GetAttributeValue(session, object, &a, 1);
-  return value;
-}
-
-std::vector<CK_OBJECT_HANDLE> Find(CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session,
-                                   std::vector<CK_ATTRIBUTE> query) {
-  std::vector<CK_OBJECT_HANDLE> out(64);
-  CK_ULONG count = 0;
-  p11->C_FindObjectsInit(session, query.data(), query.size());
-  p11->C_FindObjects(session, out.data(), out.size(), &count);
-  p11->C_FindObjectsFinal(session);
-  out.resize(count);
-  return out;
-}
-
-std::vector<uint8_t> ValueById(CK_OBJECT_CLASS objectClass, const std::string& id,
-                               CK_ATTRIBUTE_TYPE type) {
-  std::vector<uint8_t> value;
-  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
-    auto found = Find(p11, session, {{CKA_CLASS, &objectClass, sizeof objectClass},
-                                     {CKA_ID, (void*)id.data(), id.size()}});
-    if (found.size() == 1) value = Attribute(p11, session, found[0], type);
-  });
-  return value;
+// The scratch token's objects as the native probe of the Windows tests lists them: attribute
+// name to value (byte strings in hex, numbers in decimal).
+std::vector<std::map<std::string, std::string>> NativeObjects() {
+  const std::string conf = std::getenv("SOFTHSM2_CONF");
+  FILE* probe = popen((std::string(NIVRA_TOKEN_PROBE) + " objects " +
+                       conf.substr(0, conf.rfind('/'))).c_str(), "r");
+  std::string output;
+  char buffer[4096];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, probe)) > 0;) output.append(buffer, n);
+  pclose(probe);
+  std::vector<std::map<std::string, std::string>> objects;
+  std::istringstream lines(output);
+  for (std::string line, word; std::getline(lines, line);) {
+    std::istringstream words(line);
+    if (!(words >> word) || word != "object") continue;
+    objects.emplace_back();
+    while (words >> word) objects.back()[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+  }
+  return objects;
 }
 
 }  // namespace
 
-std::vector<std::string> NativeLabels(CK_OBJECT_CLASS objectClass, const char* application) {
+std::vector<std::string> NativeDataLabels(const std::string& application) {
   std::vector<std::string> labels;
-  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
-    std::vector<CK_ATTRIBUTE> query = {{CKA_CLASS, &objectClass, sizeof objectClass}};
-    if (application) query.push_back({CKA_APPLICATION, (void*)application, strlen(application)});
-    for (CK_OBJECT_HANDLE object : Find(p11, session, query)) {
-      auto label = Attribute(p11, session, object, CKA_LABEL);
+  for (auto& object : NativeObjects()) {
+    if (object["class"] == std::to_string(CKO_DATA) && object["application"] == Hex(application)) {
+      auto label = FromHex(object["label"]);
       labels.emplace_back(label.begin(), label.end());
     }
-  });
+  }
   return labels;
 }
 
 bool NativeCreateData(const std::string& label, const std::string& application) {
-  bool created = false;
-  WithToken([&](CK_FUNCTION_LIST* p11, CK_SESSION_HANDLE session) {
-    CK_OBJECT_CLASS data = CKO_DATA;
-    CK_BBOOL yes = CK_TRUE, no = CK_FALSE;
-    CK_ATTRIBUTE object[] = {{CKA_CLASS, &data, sizeof data},
-                             {CKA_LABEL, (void*)label.data(), label.size()},
-                             {CKA_TOKEN, &yes, 1},
-                             {CKA_PRIVATE, &no, 1},
-                             {CKA_APPLICATION, (void*)application.data(), application.size()}};
-    CK_OBJECT_HANDLE handle;
-    created = p11->C_CreateObject(session, object, 5, &handle) == CKR_OK;
-  });
-  return created;
+  return Run(std::string("pkcs11-tool --module ") + kSoftHsmModule + " --token-label " + kTokenLabel +
+             " --login --pin " + kUserPin + " --write-object /dev/null --type data --label '" +
+             label + "' --application-label '" + application + "' >/dev/null 2>&1");
 }
 
-std::vector<uint8_t> NativePublicModulus(const std::string& id) {
-  return ValueById(CKO_PUBLIC_KEY, id, CKA_MODULUS);
-}
-
-std::vector<uint8_t> NativeCertificate(const std::string& id) {
-  return ValueById(CKO_CERTIFICATE, id, CKA_VALUE);
+std::vector<uint8_t> NativeValue(CK_OBJECT_CLASS objectClass, const std::string& id,
+                                 const char* attribute) {
+  for (auto& object : NativeObjects()) {
+    if (object["class"] == std::to_string(objectClass) && object["id"] == Hex(id)) {
+      return FromHex(object[attribute]);
+    }
+  }
+  return {};
 }
 
 }  // namespace nivra::cardtest

@@ -1,17 +1,18 @@
-// Card commands against the token: containers, key pairs, RSA results checked by OpenSSL,
-// certificates and PINs; what the service writes is read back natively, as the provider's module
+// Card commands against the token: the per-channel login, containers, key pairs, raw RSA results
+// checked by the crypto library, certificates and PINs; what the service writes is read back natively, as the provider's module
 // path would find it.
 #include <algorithm>
 #include <fstream>
 #include <iterator>
 
 #include "crypto/pkcs1.h"
-#include "tests/cardservice/openssl_peer.h"
 #include "tools/p11helper/vendor_class.h"
 #include "tests/cardservice/service_fixture.h"
 
 namespace nivra::cardtest {
 namespace {
+
+using ByteString = std::vector<uint8_t>;
 
 using TokenTest = ServiceTest;
 
@@ -24,56 +25,54 @@ ByteString Certificate(const std::string& file) {
   return ByteString(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-TEST_F(TokenTest, ContainersAreCreatedOpenedEnumeratedAndDeleted) {
-  auto channel = Open();
-  // Before any container exists.
-  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "").status, kNteBadKeyset);
-  frames::CardRequest first;
-  EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers, first).status, kNoMoreItems);
+TEST_F(TokenTest, LoginBelongsToTheChannel) {
+  auto first = Open();
+  auto second = Open();
+  EXPECT_EQ(Text(*first, frames::kCmdCreateContainer, "scoped").status, kScardNotAuthenticated);
+  Login(*first);
+  EXPECT_EQ(Call(*first, frames::kCmdLoginState).response.value, 1u);
+  EXPECT_EQ(Call(*second, frames::kCmdLoginState).response.value, 0u);
+  EXPECT_EQ(Text(*second, frames::kCmdCreateContainer, "scoped").status, kScardNotAuthenticated);
+  EXPECT_EQ(Text(*first, frames::kCmdCreateContainer, "scoped").status, 0u);
+  // The second channel logs in with the same PIN while the token stays logged in: the first
+  // channel's login holds.
+  Login(*second);
+  EXPECT_EQ(Call(*first, frames::kCmdLoginState).response.value, 1u);
+  // A wrong PIN on the second channel makes the token judge it: both logins lapse.
+  EXPECT_EQ(Text(*second, frames::kCmdVerifyPin, "wrong").response.value, 0u);
+  EXPECT_EQ(Call(*first, frames::kCmdLoginState).response.value, 0u);
+  EXPECT_EQ(Call(*second, frames::kCmdLoginState).response.value, 0u);
+  // The trace shows the outer slot frame, the card command inside it and the answer's status.
+  std::string log = service_->Log();
+  EXPECT_NE(log.find("< 0x7011"), std::string::npos);
+  EXPECT_NE(log.find("slot " + std::to_string(slot_) + " card command 0x2012"), std::string::npos);
+  EXPECT_NE(log.find("> 0xa012 status 0x00000000"), std::string::npos);
+}
 
+// Creating, listing and deleting through the provider are the published-slot tests'
+// (tests/service); here what the provider cannot see: the data form on the token, the default
+// container's name and the empty name.
+TEST_F(TokenTest, ContainersAreDataObjectsAndTheEmptyNameOpensTheFirst) {
+  auto channel = Open();
+  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "").status, kNteBadKeyset);
+  EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers).status, kNoMoreItems);
   Login(*channel);
   uint32_t alpha = Create(*channel, "alpha");
-  uint32_t beta = Create(*channel, "beta");
-  EXPECT_NE(alpha, beta);
-  EXPECT_EQ(Text(*channel, frames::kCmdCreateContainer, "alpha").status, kNteExists);
   uint32_t defaultHandle = Create(*channel, "");
-
   // SoftHSM2 refuses the vendor class: the containers are data objects that the provider's
   // module path finds by their application marker.
-  auto labels = NativeLabels(CKO_DATA, kDataFormApplication);
+  auto labels = NativeDataLabels(kDataFormApplication);
   std::sort(labels.begin(), labels.end());
-  EXPECT_EQ(labels, (std::vector<std::string>{"DefaultContainer", "alpha", "beta"}));
-
-  for (auto [asked, handle] : {std::pair<std::string, uint32_t>{"beta", beta},
-                                {"DefaultContainer", defaultHandle}}) {
-    CardResult opened = Text(*channel, frames::kCmdOpenContainer, asked);
-    EXPECT_EQ(opened.status, 0u) << asked;
-    EXPECT_EQ(opened.response.value, handle) << asked;
-    EXPECT_EQ(opened.response.name, asked);
-  }
-  // The empty name opens the first container and names it.
-  CardResult firstOpened = Text(*channel, frames::kCmdOpenContainer, "");
-  EXPECT_EQ(firstOpened.status, 0u);
-  EXPECT_FALSE(firstOpened.response.name.empty());
-
-  std::vector<std::string> listed;
-  for (uint32_t index = 0;; ++index) {
-    frames::CardRequest request;
-    request.index = index;
-    CardResult next = Call(*channel, frames::kCmdEnumContainers, request);
-    if (next.status == kNoMoreItems) break;
-    ASSERT_EQ(next.status, 0u);
-    listed.push_back(next.response.name);
-  }
-  std::sort(listed.begin(), listed.end());
-  EXPECT_EQ(listed, labels);
-
+  EXPECT_EQ(labels, (std::vector<std::string>{"DefaultContainer", "alpha"}));
+  CardResult opened = Text(*channel, frames::kCmdOpenContainer, "DefaultContainer");
+  EXPECT_EQ(opened.response.value, defaultHandle);
+  CardResult first = Text(*channel, frames::kCmdOpenContainer, "");
+  EXPECT_EQ(first.status, 0u);
+  EXPECT_FALSE(first.response.name.empty());
   frames::CardRequest doomed;
-  doomed.handle = beta;
+  doomed.handle = alpha;
   EXPECT_EQ(Call(*channel, frames::kCmdDeleteContainer, doomed).status, 0u);
   EXPECT_EQ(Call(*channel, frames::kCmdDeleteContainer, doomed).status, kNteBadKeyset);
-  EXPECT_EQ(Text(*channel, frames::kCmdOpenContainer, "beta").status, kNteBadKeyset);
-  EXPECT_EQ(NativeLabels(CKO_DATA, kDataFormApplication).size(), 2u);
 }
 
 TEST_F(TokenTest, ContainerThatTheForwardingHelperStoredIsServed) {
@@ -93,10 +92,12 @@ TEST_F(TokenTest, ContainerThatTheForwardingHelperStoredIsServed) {
   EXPECT_EQ(Call(*channel, frames::kCmdEnumContainers, first).status, kNoMoreItems);
   Login(*channel);
   frames::PublicKeyBlock key = Generate(*channel, opened.response.value, kAtSignature);
-  EXPECT_EQ(NativePublicModulus("via-helper_cspS"), key.modulus);
+  EXPECT_EQ(NativeValue(CKO_PUBLIC_KEY, "via-helper_cspS", "modulus"), key.modulus);
 }
 
-TEST_F(TokenTest, GeneratedKeySignsWhatOpenSslVerifiesAndKeepsItsCertificateUnderItsKeyId) {
+// Signatures through the service that OpenSSL verifies are the published-slot tests'
+// (tests/service); here the key IDs, the raw operations' lengths and the certificates.
+TEST_F(TokenTest, GeneratedPairsKeepTheirKeyIdsAndCertificates) {
   auto channel = Open();
   Login(*channel);
   uint32_t handle = Create(*channel, "keys");
@@ -107,18 +108,12 @@ TEST_F(TokenTest, GeneratedKeySignsWhatOpenSslVerifiesAndKeepsItsCertificateUnde
     EXPECT_EQ(key.exponent, 65537u);
     // The pair carries the derived key ID of the provider's format.
     std::string id = std::string("keys") + (keySpec == kAtSignature ? "_cspS" : "_cspX");
-    EXPECT_EQ(NativePublicModulus(id), key.modulus);
-    CardResult read = Call(*channel, frames::kCmdReadPublicKey, Key(handle, keySpec));
-    EXPECT_EQ(read.response.publicKey.modulus, key.modulus);
-
+    EXPECT_EQ(NativeValue(CKO_PUBLIC_KEY, id, "modulus"), key.modulus);
     const size_t k = key.modulus.size();
-    const ByteString message = {'s', 'i', 'g', 'n', ' ', 'm', 'e'};
-    ByteString digestInfo = Sha256DigestInfo(message), block(k);
-    ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), k, digestInfo.data(), digestInfo.size()),
-              crypto::kOk);
+    ByteString block(k), payload(20, 0x5A);
+    ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), k, payload.data(), payload.size()), crypto::kOk);
     CardResult signature = Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, keySpec, block), k);
     ASSERT_EQ(signature.status, 0u);
-    EXPECT_TRUE(OpenSslVerifiesSha256(key.modulus, key.exponent, message, signature.response.data));
 
     // The public operation undoes the private one.
     CardResult opened = Call(*channel, frames::kCmdPublicKeyOp,
@@ -141,14 +136,14 @@ TEST_F(TokenTest, GeneratedKeySignsWhatOpenSslVerifiesAndKeepsItsCertificateUnde
                    Key(handle, kAtKeyExchange, certificate)).status, 0u);
     EXPECT_EQ(Call(*channel, frames::kCmdReadCertificate, Key(handle, kAtKeyExchange)).response.data,
               certificate);
-    EXPECT_EQ(NativeCertificate("keys_cspX"), certificate);
+    EXPECT_EQ(NativeValue(CKO_CERTIFICATE, "keys_cspX", "value"), certificate);
   }
-  EXPECT_EQ(NativeCertificate("keys_cspS"), ByteString());
+  EXPECT_EQ(NativeValue(CKO_CERTIFICATE, "keys_cspS", "value"), ByteString());
 }
 
 TEST_F(TokenTest, ImportedKeyBlobSignsLikeTheKeyItCameFrom) {
-  // A PRIVATEKEYBLOB made from a key of the crypto library; the token's signature must verify
-  // under that key's public half.
+  // A PRIVATEKEYBLOB made from a key of the crypto library; the token's private operation must
+  // give what that key's gives.
   frames::RsaOwner key;
   ASSERT_EQ(crypto::RsaGenerateNewKey(key.Out(), 1024, 65537), crypto::kOk);
   auto component = [&](uint32_t id, size_t length) {
@@ -176,12 +171,11 @@ TEST_F(TokenTest, ImportedKeyBlobSignsLikeTheKeyItCameFrom) {
   CardResult read = Call(*channel, frames::kCmdReadPublicKey, Key(handle, kAtSignature));
   ByteString modulus = component(crypto::kRsaComponentN, 128);
   EXPECT_EQ(read.response.publicKey.modulus, ByteString(modulus.rbegin(), modulus.rend()));
-  const ByteString message = {'i', 'm', 'p'};
-  ByteString digestInfo = Sha256DigestInfo(message), block(128);
-  crypto::Pkcs1PadType1(block.data(), 128, digestInfo.data(), digestInfo.size());
-  CardResult signature = Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, kAtSignature, block), 128);
-  EXPECT_TRUE(OpenSslVerifiesSha256(read.response.publicKey.modulus, 65537, message,
-                                    signature.response.data));
+  ByteString block(128), expected(128);
+  ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), 128, blob.data(), 36), crypto::kOk);
+  ASSERT_EQ(crypto::RsaHandlePrivate(key.Get(), block.data(), 128, expected.data(), nullptr), crypto::kOk);
+  EXPECT_EQ(Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, kAtSignature, block), 128).response.data,
+            expected);
 }
 
 TEST_F(TokenTest, PinCommandsAnswerWithTheAgreedStatuses) {

@@ -20,7 +20,6 @@
 #include "service/frames/device_records.h"
 #include "service/frames/frame_codes.h"
 #include "service/service_card.h"
-#include "service/service_settings.h"
 #include "provider/verified_pin_cache.h"
 
 namespace nivra::servicetest {
@@ -28,17 +27,6 @@ namespace {
 
 using provider::ProviderContext;
 using provider::Status;
-
-void UsePorts(uint16_t port, uint16_t cardPort = 0) {
-  service::ServiceSettings settings;
-  settings.port = port;
-  settings.cardPort = cardPort;
-  settings.connectTimeoutMs = 2000;
-  settings.requestTimeoutMs = 1500;
-  settings.confirmWaitMs = 600;
-  settings.confirmPollMs = 100;
-  service::ServiceSettingsOverride(settings);
-}
 
 // A port on which nothing listens any more.
 uint16_t ClosedPort() {
@@ -109,24 +97,18 @@ TEST(DeviceWire, ListsAreCheckedBeforeADeviceIsTaken) {
 // A Bluetooth device "dev" whose channel answers each card command with answer(command, body).
 class DevicePeer {
  public:
-  using Answer = std::function<Bytes(uint16_t command, const Bytes& request)>;
+  using Answer = ScriptedPeer::Answerer;
   explicit DevicePeer(Answer answer)
       : peer_([this, answer](PeerConnection& conn) {
-          if (first_.exchange(false)) {
-            Bytes request;
-            if (conn.ReadFrame(&request)) conn.Write(DeviceList({"dev"}));
-            return;
-          }
-          if (!conn.Handshake(FreshSecret())) return;
-          std::string device;
-          Bytes inner;
-          while (conn.ReadDeviceRequest(&device, &inner)) {
-            const uint16_t command = frames::ReadHeader(inner.data()).command;
-            {
+          Bytes request;
+          if (!first_.exchange(false)) {
+            ScriptedPeer::Answering([&](uint16_t command, const Bytes& inner) {
               std::lock_guard<std::mutex> lock(mutex_);
               commands_.push_back(command);
-            }
-            conn.Answer(answer(command, inner));
+              return answer(command, inner);
+            }, true)(conn);
+          } else if (conn.ReadFrame(&request)) {
+            conn.Write(DeviceList({"dev"}));
           }
         }) {
     UsePorts(peer_.Port());

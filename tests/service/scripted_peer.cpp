@@ -8,6 +8,8 @@
 #include "service/frames/frame_codes.h"
 #include "service/frames/session_handshake.h"
 #include "service/frames/slot_records.h"
+#include "service/service_link.h"
+#include "service/service_settings.h"
 
 namespace nivra::servicetest {
 
@@ -144,6 +146,31 @@ Bytes FreshSecret() {
   Bytes secret(frames::kSessionSecretSize);
   frames::MakeSessionSecret(secret.data());
   return secret;
+}
+
+void UsePorts(uint16_t port, uint16_t cardPort, bool systemProviderDecrypt) {
+  service::ServiceSettings settings;
+  settings.port = port;
+  settings.cardPort = cardPort;
+  settings.connectTimeoutMs = 2000;
+  settings.requestTimeoutMs = 3000;
+  settings.confirmWaitMs = 600;
+  settings.confirmPollMs = 100;
+  settings.systemProviderDecrypt = systemProviderDecrypt;
+  service::ServiceSettingsOverride(settings);
+  service::ServiceLinkClose();
+}
+
+ScriptedPeer::Script ScriptedPeer::Answering(Answerer answer, bool devices) {
+  return [answer, devices](PeerConnection& conn) {
+    if (!conn.Handshake(FreshSecret())) return;
+    uint32_t slot = 0;
+    std::string device;
+    Bytes inner;
+    while (devices ? conn.ReadDeviceRequest(&device, &inner) : conn.ReadRequest(&slot, &inner)) {
+      conn.Answer(answer(frames::ReadHeader(inner.data()).command, inner));
+    }
+  };
 }
 
 ScriptedPeer::ScriptedPeer(Script script, uint16_t port) : script_(std::move(script)) {

@@ -58,6 +58,10 @@ class PeerConnection {
 // A fresh 24-byte session secret (key and check block) from the codec.
 Bytes FreshSecret();
 
+// Points the provider at the service on `port` and service cards on `cardPort`, with waits of
+// seconds; closes the link to the service.
+void UsePorts(uint16_t port, uint16_t cardPort = 0, bool systemProviderDecrypt = true);
+
 class ScriptedPeer {
  public:
   using Script = std::function<void(PeerConnection&)>;
@@ -66,6 +70,11 @@ class ScriptedPeer {
   ~ScriptedPeer();
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;
+
+  // A script that makes the handshake and answers each card command that arrives in a slot frame
+  // (a device frame when `devices`) with answer(command, the card command frame).
+  using Answerer = std::function<Bytes(uint16_t command, const Bytes& inner)>;
+  static Script Answering(Answerer answer, bool devices = false);
 
   uint16_t Port() const { return port_; }
   int Connections() const { return connections_.load(); }

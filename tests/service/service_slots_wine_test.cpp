@@ -3,6 +3,7 @@
 // through the service is checked natively, by OpenSSL and through the module's own view. The
 // provider is the test build whose service port comes from the fixture.
 #include <gtest/gtest.h>
+#include <winsock2.h>
 #include <windows.h>
 #include <wincrypt.h>
 
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "pin_dialog_answer.h"
+#include "service_person.h"
 #include "token_fixture.h"
 
 namespace nivra::p11test {
@@ -24,10 +26,7 @@ constexpr DWORD kConnectionRefused = WSAECONNREFUSED;
 
 std::string ServiceDir() { return NIVRA_SERVICE_FIXTURE_UNIX; }
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using servicetest::ReadAll;
 
 Bytes Reversed(Bytes bytes) {
   std::reverse(bytes.begin(), bytes.end());
@@ -38,9 +37,8 @@ class ServiceSlots : public TokenTest {
  protected:
   std::wstring ProviderDll() const override { return L"nivracsp_svctest.dll"; }
   void SetUp() override {
-    const std::string port = ReadAll("Z:" + ServiceDir() + "/port");
-    ASSERT_FALSE(port.empty()) << "no card service port (the CTest fixture starts it)";
-    SetEnvironmentVariableA("NIVRA_TEST_SERVICE_PORT", port.c_str());
+    ASSERT_TRUE(servicetest::UseServiceFixture(ServiceDir()))
+        << "no card service port (the CTest fixture starts it)";
     TokenTest::SetUp();
     if (HasFatalFailure()) return;
     StartProvider();
@@ -129,7 +127,9 @@ class ServiceSlots : public TokenTest {
   DWORD lastError = 0;
 };
 
-TEST_F(ServiceSlots, ContainerKeysAndCertificateThroughThePublishedSlot) {
+// Certificates travel by the card operations that every road shares: the device and card roads
+// prove them (device_cards_wine_test.cpp).
+TEST_F(ServiceSlots, ContainerKeysThroughThePublishedSlot) {
   const std::string name = CaseName();
   HCRYPTPROV cleanup = 0;
   CryptAcquireContextA(&cleanup, OnToken(name).c_str(), "Nivra pkcs11 CSP", PROV_RSA_FULL,
@@ -167,17 +167,6 @@ TEST_F(ServiceSlots, ContainerKeysAndCertificateThroughThePublishedSlot) {
     EXPECT_EQ(Bytes(data.begin(), data.begin() + length), secret) << padding;
   }
 
-  std::ifstream in("Z:/usr/lib/python3/dist-packages/cryptography_vectors/x509/san_edipartyname.der",
-                   std::ios::binary);
-  const Bytes cert((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  ASSERT_FALSE(cert.empty());
-  ASSERT_TRUE(CryptSetKeyParam(exchange, KP_CERTIFICATE, const_cast<BYTE*>(cert.data()), 0))
-      << std::hex << GetLastError();
-  DWORD length = 0;
-  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, nullptr, &length, 0));
-  Bytes back(length);
-  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, back.data(), &length, 0));
-  EXPECT_EQ(back, cert);
   CryptDestroyKey(signing);
   CryptDestroyKey(exchange);
 
@@ -217,12 +206,15 @@ TEST_F(ServiceSlots, ServiceThatGoesAwayAndComesBackGetsANewHandshake) {
   // The new channel logs in again with the PIN the context cached from the dialog.
   EXPECT_EQ(Sign(prov, TextBytes("after")).size(), 128u) << std::hex << lastError;
   EXPECT_EQ(Handshakes(), handshakesBefore + 1);
+  // The service judges a wrong PIN: result 0, which the provider reports as SCARD_E_INVALID_CHV.
+  const char wrongPin[] = "9999";
+  EXPECT_FALSE(CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(wrongPin), 0));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(SCARD_E_INVALID_CHV));
 }
 
 // Resident memory of the card service, in KiB (its /proc status, read through Wine's Z: drive).
 long ServiceRssKib() {
-  const std::string pid = ReadAll("Z:" + ServiceDir() + "/service.pid");
-  std::ifstream status("Z:/proc/" + pid.substr(0, pid.find_first_of("\r\n")) + "/status");
+  std::ifstream status("Z:/proc/" + servicetest::FixtureFile(ServiceDir(), "service.pid") + "/status");
   std::string line;
   while (std::getline(status, line)) {
     if (line.rfind("VmRSS:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
@@ -230,46 +222,20 @@ long ServiceRssKib() {
   return -1;
 }
 
-struct LoadClient {
-  HANDLE process = nullptr;
-  HANDLE output = nullptr;
-};
-
-LoadClient StartLoadClient(const std::string& container, int seconds) {
-  std::string command = "\"Z:" + std::string(NIVRA_LOAD_CHILD) + "\" \"" + container + "\" 1234 " +
-                        std::to_string(seconds);
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  HANDLE readEnd = nullptr, writeEnd = nullptr;
-  CreatePipe(&readEnd, &writeEnd, &inherit, 0);
-  SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-  STARTUPINFOA startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = writeEnd;
-  startup.hStdError = writeEnd;
-  PROCESS_INFORMATION process{};
-  LoadClient client;
-  if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                     &process)) {
-    CloseHandle(process.hThread);
-    client.process = process.hProcess;
-  }
-  CloseHandle(writeEnd);
-  client.output = readEnd;
-  return client;
+// One client process of the load case (load_child.cpp), its output read at its end.
+FILE* StartLoadClient(const std::string& container, int seconds) {
+  // cmd /c drops the outermost quotes of the whole line.
+  return _popen(("\"\"Z:" + std::string(NIVRA_LOAD_CHILD) + "\" \"" + container + "\" 1234 " +
+                 std::to_string(seconds) + "\"").c_str(), "r");
 }
 
-std::string Finish(LoadClient& client, DWORD timeoutMs) {
+std::string Finish(FILE* client) {
   std::string output;
-  if (client.process == nullptr) return output;
-  EXPECT_EQ(WaitForSingleObject(client.process, timeoutMs), WAIT_OBJECT_0) << "a client hangs";
   char buffer[512];
-  DWORD got = 0;
-  while (ReadFile(client.output, buffer, sizeof(buffer), &got, nullptr) && got > 0) {
+  for (size_t got; client && (got = fread(buffer, 1, sizeof buffer, client)) > 0;) {
     output.append(buffer, got);
   }
-  CloseHandle(client.output);
-  CloseHandle(client.process);
+  if (client) _pclose(client);
   return output;
 }
 
@@ -284,13 +250,13 @@ TEST_F(ServiceSlots, FourProcessesOfFourThreadsSignThroughOnePublishedSlot) {
   ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key)) << std::hex << GetLastError();
   CryptDestroyKey(key);
 
-  std::vector<LoadClient> clients;
+  std::vector<FILE*> clients;
   for (int i = 0; i < kClients; ++i) clients.push_back(StartLoadClient(OnToken(CaseName()), kSeconds));
   Sleep(kWarmUpMs);
   const long warm = ServiceRssKib();
   ASSERT_GT(warm, 0);
-  for (LoadClient& client : clients) {
-    const std::string output = Finish(client, (kSeconds + 60) * 1000);
+  for (FILE* client : clients) {
+    const std::string output = Finish(client);
     long signedCount = -1, verified = -1, failed = -1;
     ASSERT_EQ(std::sscanf(output.c_str(), "signed %ld verified %ld failed %ld", &signedCount,
                           &verified, &failed),

@@ -1,5 +1,7 @@
 // The socket layer's rules against a real loopback peer, the string conversions' buffer rules,
-// and the transport key's road through Wine's software provider.
+// and the transport key's road through Wine's software provider. The connect error of a service
+// that is down is proven against the real card service (service_slots_wine_test.cpp); the key
+// blob conversion by that road, its one caller.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -7,7 +9,6 @@
 
 #include "crypto/pkcs1.h"
 #include "crypto/rsa_key.h"
-#include "provider/status_codes.h"
 #include "scripted_peer.h"
 #include "service/socket_layer.h"
 #include "service/string_convert.h"
@@ -88,15 +89,6 @@ TEST(SocketLayer, MessagesCarryTwoZeroBytesAndBrokenOnesLeaveNothing) {
   }
 }
 
-TEST(SocketLayer, ConnectToAClosedPortGivesTheConnectError) {
-  uint16_t port = 0;
-  { ScriptedPeer gone([](PeerConnection&) {}); port = gone.Port(); }
-  SOCKET s = 0;
-  EXPECT_EQ(service::SockConnect(&s, L"127.0.0.1", port, 2000),
-            static_cast<uint32_t>(WSAECONNREFUSED));
-  EXPECT_EQ(s, INVALID_SOCKET);
-}
-
 TEST(StringConversions, Utf8ToWideSizesAndTerminatesAsDocumented) {
   const char text[] = "Gr\xC3\xBC\xC3\x9F";  // 4 characters
   size_t capacity = 0;
@@ -118,32 +110,6 @@ TEST(StringConversions, Utf8ToWideSizesAndTerminatesAsDocumented) {
   EXPECT_EQ(ansiLength, 4u);
   EXPECT_STREQ(service::AnsiToUtf8(ansi, &list), text);
   EXPECT_EQ(list.Count(), 3u);
-}
-
-TEST(TransportKey, BlobIsRefusedOrSizedAsDocumented) {
-  ASSERT_EQ(service::TransportKeyInit(), 0u);
-  size_t derLen = 0;
-  crypto::RsaHandleExportKey(service::TransportKey(), crypto::kRsaFormPrivate, nullptr, &derLen);
-  std::vector<uint8_t> der(derLen);
-  crypto::RsaHandleExportKey(service::TransportKey(), crypto::kRsaFormPrivate, der.data(), &derLen);
-  uint32_t length = 0;
-  EXPECT_EQ(service::DerToPrivateKeyBlob(der.data(), der.size(), nullptr, nullptr), 87u);
-  EXPECT_EQ(service::DerToPrivateKeyBlob(der.data(), der.size(), nullptr, &length), 0u);
-  EXPECT_EQ(length, 20u + 9u * 128u);
-  std::vector<uint8_t> blob(length);
-  uint32_t small = length - 1;
-  EXPECT_EQ(service::DerToPrivateKeyBlob(der.data(), der.size(), blob.data(), &small), 234u);
-  EXPECT_EQ(small, length);
-  std::vector<uint8_t> wrongTag = der;
-  wrongTag[0] = 0x31;
-  EXPECT_EQ(service::DerToPrivateKeyBlob(wrongTag.data(), wrongTag.size(), nullptr, &length),
-            provider::kNteBadData);
-  // SEQUENCE { version 0, a modulus of 3 bytes, then seven INTEGERs 1 }
-  std::vector<uint8_t> oddModulus = {0x30, 0, 0x02, 0x01, 0x00, 0x02, 0x03, 1, 2, 3};
-  for (int i = 0; i < 7; ++i) oddModulus.insert(oddModulus.end(), {0x02, 0x01, 0x01});
-  oddModulus[1] = static_cast<uint8_t>(oddModulus.size() - 2);
-  EXPECT_EQ(service::DerToPrivateKeyBlob(oddModulus.data(), oddModulus.size(), nullptr, &length),
-            provider::kNteBadData);
 }
 
 TEST(TransportKey, SoftwareProviderDecryptsWhatThePublicKeyEncrypted) {

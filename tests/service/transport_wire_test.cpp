@@ -13,7 +13,6 @@
 #include "service/frames/session_handshake.h"
 #include "service/frames/slot_records.h"
 #include "service/remote_slot_table.h"
-#include "service/service_settings.h"
 #include "service/slot_channel.h"
 #include "service/slot_commands.h"
 
@@ -28,15 +27,6 @@ constexpr Status kDeviceNotConnected = ERROR_DEVICE_NOT_CONNECTED;
 
 class TransportWire : public ::testing::Test {
  protected:
-  void UsePeer(const ScriptedPeer& peer, bool systemProvider = true) {
-    service::ServiceSettings settings;
-    settings.port = peer.Port();
-    settings.connectTimeoutMs = 2000;
-    settings.requestTimeoutMs = 1500;
-    settings.systemProviderDecrypt = systemProvider;
-    service::ServiceSettingsOverride(settings);
-    service::ServiceLinkClose();
-  }
   P11Slot& Record() {
     service::RemoteTable().count = 1;
     P11Slot& record = service::RemoteTable().records[0];
@@ -94,7 +84,7 @@ TEST_F(TransportWire, HandshakeFaultsGiveTheirCodesOnBothDecryptionPaths) {
       ScriptedPeer peer([&](PeerConnection& conn) {
         if (conn.Handshake(c.secret, c.edit)) Drain(conn);
       });
-      UsePeer(peer, systemProvider);
+      UsePorts(peer.Port(), 0, systemProvider);
       EXPECT_EQ(OpenChannel(), c.expected) << c.what << (systemProvider ? " (provider)" : "");
       EXPECT_EQ(service::LinkOf(Record()).socket == INVALID_SOCKET, c.expected != provider::kOk)
           << c.what;
@@ -143,7 +133,7 @@ TEST_F(TransportWire, MalformedSlotListsAreRefusedAndLongListsKeep256) {
         if (request == frames::BuildSlotListRequest()) conn.Write(c.answer);
       }
     });
-    UsePeer(peer);
+    UsePorts(peer.Port());
     service::RemoteTable().count = 0;
     EXPECT_EQ(service::ServiceRefreshSlots(), c.expected) << c.what;
     if (c.expected == provider::kOk) {
@@ -174,7 +164,7 @@ TEST_F(TransportWire, OneSlotAnswersAreChecked) {
       Bytes request;
       while (conn.ReadFrame(&request)) conn.Write(c.answer);
     });
-    UsePeer(peer);
+    UsePorts(peer.Port());
     uint32_t present = 0;
     EXPECT_EQ(service::ServiceRefreshSlot(Record(), &present), c.expected) << c.what;
     if (c.expected == provider::kOk) {
@@ -199,16 +189,12 @@ Status Transact(P11Slot& record, frames::FrameView* answer, service::RequestBuff
 TEST_F(TransportWire, AnswersOfAnotherCommandAreRefused) {
   for (uint16_t command : {frames::kCmdSlotFrameAnswer, frames::ResponseCommand(frames::kCmdVerifyPin),
                            frames::kCmdLoginState}) {
-    ScriptedPeer peer([&](PeerConnection& conn) {
-      if (!conn.Handshake(FreshSecret())) return;
-      uint32_t slot = 0;
-      Bytes inner, answer;
-      while (conn.ReadRequest(&slot, &inner)) {
-        frames::BuildFrame(command, 0, inner.data(), 4, &answer);
-        conn.Answer(answer);
-      }
-    });
-    UsePeer(peer);
+    ScriptedPeer peer(ScriptedPeer::Answering([&](uint16_t, const Bytes& inner) {
+      Bytes answer;
+      frames::BuildFrame(command, 0, inner.data(), 4, &answer);
+      return answer;
+    }));
+    UsePorts(peer.Port());
     service::RequestBuffers list;
     frames::FrameView answer;
     EXPECT_EQ(Transact(Record(), &answer, list), provider::kNteBadData) << std::hex << command;
@@ -234,7 +220,7 @@ TEST_F(TransportWire, SilenceTimesOutAndADroppedRequestReconnectsWithANewHandsha
       conn.Answer(answer);
     }
   });
-  UsePeer(peer);
+  UsePorts(peer.Port());
   service::RequestBuffers list;
   frames::FrameView answer;
   EXPECT_EQ(Transact(Record(), &answer, list), provider::kScardTimeout);
