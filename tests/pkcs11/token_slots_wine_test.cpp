@@ -100,18 +100,13 @@ TEST_F(TokenSlots, TableRecordsTheFirst256SlotsAndFindsThemByName) {
   CK_ULONG count = static_cast<CK_ULONG>(slots.size());
   ASSERT_EQ(Module()->C_GetSlotList(CK_FALSE, slots.data(), &count), CKR_OK);
   ASSERT_GT(count, 257u);
-  auto nameOf = [&](CK_SLOT_ID id) {
-    CK_SLOT_INFO info{};
-    EXPECT_EQ(Module()->C_GetSlotInfo(id, &info), CKR_OK);
-    std::string name(reinterpret_cast<char*>(info.slotDescription), 64);
-    return name.erase(name.find_last_not_of(' ') + 1);
-  };
   // The last recorded slot is found, holds no token, and is refreshed three times; the first
   // slot beyond the table and an unknown name are not found, so nothing is refreshed.
   const struct {
     std::string name;
     const char* infoCalls;
-  } cases[] = {{nameOf(slots[255]), "3"}, {nameOf(slots[256]), "0"}, {"No such slot", "0"}};
+  } cases[] = {{SlotDescription(slots[255]), "3"}, {SlotDescription(slots[256]), "0"},
+               {"No such slot", "0"}};
   for (const auto& c : cases) {
     Control("reset-counts");
     EXPECT_EQ(Acquire("\\\\.\\" + c.name + "\\c", 0), kNteBadKeyset) << c.name;
@@ -132,10 +127,7 @@ TEST_F(TokenSlots, BlankSlotsDoNotHideTheTokenFromASilentSearch) {
   CK_ULONG count = 64;
   ASSERT_EQ(Module()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
   for (CK_ULONG i = 0; i < count; ++i) {
-    CK_SLOT_INFO info{};
-    if (slots[i] == slotId || Module()->C_GetSlotInfo(slots[i], &info) != CKR_OK) continue;
-    std::string other(reinterpret_cast<char*>(info.slotDescription), 64);
-    other.erase(other.find_last_not_of(' ') + 1);
+    const std::string other = slots[i] == slotId ? "" : SlotDescription(slots[i]);
     if (!other.empty()) Acquire("\\\\.\\" + other, CRYPT_VERIFYCONTEXT);  // may not open
   }
   HCRYPTPROV prov = 0;

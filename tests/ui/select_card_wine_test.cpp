@@ -61,22 +61,7 @@ class SelectCardTest : public TokenTest {
   void SetUp() override {
     TokenTest::SetUp();
     ASSERT_NO_FATAL_FAILURE(StartProvider());
-    CK_FUNCTION_LIST* f = Module();
-    CK_SLOT_ID slots[64];
-    CK_ULONG count = 64;
-    ASSERT_EQ(f->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
-    for (CK_ULONG i = 0; i < count; ++i) {
-      CK_TOKEN_INFO token{};
-      CK_SLOT_INFO slot{};
-      if (f->C_GetTokenInfo(slots[i], &token) == CKR_OK &&
-          std::string(reinterpret_cast<char*>(token.label), sizeof(kSecondTokenLabel) - 1) ==
-              kSecondTokenLabel &&
-          f->C_GetSlotInfo(slots[i], &slot) == CKR_OK) {
-        std::string description(reinterpret_cast<char*>(slot.slotDescription),
-                                sizeof(slot.slotDescription));
-        secondSlotName = description.substr(0, description.find_last_not_of(' ') + 1);
-      }
-    }
+    secondSlotName = SlotOfToken(kSecondTokenLabel);
     ASSERT_FALSE(secondSlotName.empty()) << "the second token is not listed";
   }
 
