@@ -1,10 +1,10 @@
 // The slot table and its monitor against the helper's slots: token removal and insertion, an
 // idle process, many slots, blank descriptions, the start-up and its C_Initialize results, and
 // missing or unusable modules.
-#include <functional>
 #include <sstream>
 #include <vector>
 
+#include "modal_dialog_driver.h"
 #include "token_fixture.h"
 
 namespace nivra::p11test {
@@ -12,15 +12,6 @@ namespace {
 
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kUnknownCard = 0x8010000D;
-
-bool WaitFor(const std::function<bool()>& condition, DWORD timeoutMs) {
-  const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  while (!condition()) {
-    if (GetTickCount64() >= deadline) return false;
-    Sleep(50);
-  }
-  return true;
-}
 
 std::string HexId(CK_SLOT_ID id) {
   std::ostringstream text;
@@ -41,11 +32,11 @@ class TokenSlots : public TokenTest {
   void ExpectMonitorFollows(HCRYPTPROV prov) {
     ASSERT_EQ(CardId(prov), 0u);
     Control("remove " + HexId(slotId));
-    EXPECT_TRUE(WaitFor([&] { return CardId(prov) == kUnknownCard; }, 5000))
+    EXPECT_TRUE(uitest::WaitUntil([&] { return CardId(prov) == kUnknownCard; }, 5000))
         << "the removal was not seen";
     Control("reset-counts");
     Control("insert " + HexId(slotId));
-    EXPECT_TRUE(WaitFor([&] { return Control("count C_OpenSession") != "0"; }, 5000))
+    EXPECT_TRUE(uitest::WaitUntil([&] { return Control("count C_OpenSession") != "0"; }, 5000))
         << "the insertion was not seen: no session was opened";
     EXPECT_EQ(CardId(prov), 0u);
   }

@@ -41,8 +41,8 @@ std::wstring WindowText(HWND hwnd);
 // The first child (at any depth) of parent whose window text equals text, or nullptr.
 HWND FindChildWithText(HWND parent, const std::wstring& text);
 
-// Waits up to timeoutMs until hwnd is no longer a window.
-bool WaitUntilGone(HWND hwnd, DWORD timeoutMs = 10000);
+// Polls done() every 20 ms for up to timeoutMs; its last answer.
+bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs = 10000);
 
 // Presses a dialog button the way a click does: WM_COMMAND with the button's id.
 void PressButton(HWND dialog, int id);

@@ -254,9 +254,7 @@ TEST_F(SelectCardTest, RemovedTokenRowFollowsWithinDeadline) {
   char slot[32];
   snprintf(slot, sizeof(slot), "0x%lx", static_cast<unsigned long>(slotId));
   Control(std::string("remove ") + slot);
-  const DWORD deadline = GetTickCount() + kRemarkDeadlineMs;
-  while (Cell(list, first, 2) != Text(25) && GetTickCount() < deadline) Sleep(10);
-  EXPECT_EQ(Cell(list, first, 2), Text(25));
+  EXPECT_TRUE(uitest::WaitUntil([&] { return Cell(list, first, 2) == Text(25); }, kRemarkDeadlineMs));
   EXPECT_FALSE(SelectAllowsOk(first)) << "a row without its token allows OK";
   Cancel();
   EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
