@@ -39,28 +39,25 @@ class TokenContainers : public TokenTest {
     }
     return found;
   }
+  // The enumeration's next name (flags CRYPT_FIRST or 0) in *name; the last error, 0 on success.
+  DWORD NextContainer(HCRYPTPROV prov, DWORD flags, std::string* name = nullptr) {
+    char buffer[256] = {};
+    DWORD length = sizeof(buffer);
+    if (!entries.GetProvParam(prov, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(buffer), &length,
+                              flags)) {
+      return GetLastError();
+    }
+    if (name != nullptr) *name = buffer;
+    return 0;
+  }
   std::vector<std::string> Enumerate(HCRYPTPROV prov) {
     std::vector<std::string> names;
-    DWORD flags = CRYPT_FIRST;
-    for (;;) {
-      char name[256] = {};
-      DWORD length = sizeof(name);
-      if (!entries.GetProvParam(prov, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name), &length,
-                                flags)) {
-        EXPECT_EQ(GetLastError(), kNoMoreItems);
-        return names;
-      }
+    std::string name;
+    DWORD error = 0;
+    for (DWORD flags = CRYPT_FIRST; (error = NextContainer(prov, flags, &name)) == 0; flags = 0)
       names.push_back(name);
-      flags = 0;
-    }
-  }
-  DWORD NextContainerError(HCRYPTPROV prov, DWORD flags) {
-    char name[256] = {};
-    DWORD length = sizeof(name);
-    return entries.GetProvParam(prov, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name), &length,
-                                flags)
-               ? 0
-               : GetLastError();
+    EXPECT_EQ(error, kNoMoreItems);
+    return names;
   }
   std::string ContainerParam(HCRYPTPROV prov) {
     char name[260] = {};
@@ -174,12 +171,12 @@ TEST_F(TokenContainers, BothFormsAreCreatedOnceFoundEnumeratedAndDeleted) {
     ASSERT_EQ(Acquire(OnToken(name), 0, &prov), 0u) << name;
     EXPECT_EQ(ContainerParam(prov), name);
   }
-  EXPECT_EQ(NextContainerError(prov, 0), kNteBadFlags) << "an enumeration starts with CRYPT_FIRST";
+  EXPECT_EQ(NextContainer(prov, 0), kNteBadFlags) << "an enumeration starts with CRYPT_FIRST";
   const auto names = Enumerate(prov);
   const auto dataAt = std::find(names.begin(), names.end(), data);
   ASSERT_NE(dataAt, names.end());
   EXPECT_LT(std::find(names.begin(), dataAt, vendor), dataAt) << "the vendor form comes first";
-  EXPECT_EQ(NextContainerError(prov, 0), kNteBadFlags) << "the enumeration has ended";
+  EXPECT_EQ(NextContainer(prov, 0), kNteBadFlags) << "the enumeration has ended";
   EXPECT_EQ(Enumerate(prov), names) << "and starts again";
 
   for (const std::string& name : {data, vendor}) {

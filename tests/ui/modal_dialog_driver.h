@@ -25,6 +25,12 @@ class ModalDialogRun {
 
   // Waits up to timeoutMs for body to return; true and *result set when it did.
   bool Finished(INT_PTR* result, DWORD timeoutMs = 10000);
+  // What body returned, or kStillOpen when it has not returned within timeoutMs.
+  static constexpr INT_PTR kStillOpen = -2;
+  INT_PTR Result(DWORD timeoutMs = 10000) {
+    INT_PTR result = 0;
+    return Finished(&result, timeoutMs) ? result : kStillOpen;
+  }
 
   DWORD threadId() const { return threadId_.load(); }
 

@@ -39,11 +39,11 @@ constexpr char kServiceFixture[] = NIVRA_SELECT_SERVICE_UNIX;
 
 std::wstring Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
 
-std::wstring Text(uint32_t number) { return ExpectedUiText(GetSystemDefaultLangID(), number); }
-
-std::wstring Text(uint32_t number, const std::string& name) {
-  std::wstring text = Text(number);
-  return text.replace(text.find(L"%s"), 2, Wide(name));
+// Text `number` in the system language, `name` in place of its placeholder if it has one.
+std::wstring Text(uint32_t number, const std::string& name = "") {
+  std::wstring text = ExpectedUiText(GetSystemDefaultLangID(), number);
+  const size_t at = text.find(L"%s");
+  return at == std::wstring::npos ? text : text.replace(at, 2, Wide(name));
 }
 
 std::wstring Cell(HWND list, int row, int column) {
@@ -124,53 +124,43 @@ class SelectCardTest : public TokenTest {
   HCRYPTPROV chosen = 0;
 };
 
-// Per operation: the prompt, each token's remark and whether its row lets OK through.
+// Per operation: the prompt, each token's remark and whether its row lets OK through. For the
+// default container the first token names the container it would open; the empty one has none.
 TEST_F(SelectCardTest, RowsDescribeTheContainerAndEnableOkPerOperation) {
   const std::string name = CaseName();
   ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  HCRYPTPROV any = 0;
+  ASSERT_EQ(Acquire(OnToken(""), 0, &any), 0u);
+  char defaultName[260] = {};
+  DWORD length = sizeof(defaultName);
+  ASSERT_TRUE(entries.GetProvParam(any, PP_CONTAINER, reinterpret_cast<BYTE*>(defaultName), &length, 0));
   struct Case {
+    std::string container;
     DWORD flags;
-    uint32_t prompt;
-    bool firstAllows;
-    bool secondAllows;
+    uint32_t prompt, firstRemark, secondRemark;
+    bool firstAllows, secondAllows;
   };
-  for (const Case& c : {Case{0, 36, true, false}, Case{CRYPT_DELETEKEYSET, 34, true, false},
-                        Case{CRYPT_NEWKEYSET, 32, false, true}}) {
+  for (const Case& c : {Case{name, 0, 36, 22, 24, true, false},
+                        Case{name, CRYPT_DELETEKEYSET, 34, 22, 24, true, false},
+                        Case{name, CRYPT_NEWKEYSET, 32, 22, 24, false, true},
+                        Case{"", CRYPT_NEWKEYSET, 31, 21, 23, false, true}}) {
     SCOPED_TRACE(c.prompt);
-    ASSERT_NO_FATAL_FAILURE(OpenDialog(name, c.flags));
-    EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(c.prompt, name));
+    ASSERT_NO_FATAL_FAILURE(OpenDialog(c.container, c.flags));
+    EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(c.prompt, c.container));
     const int first = RowOf(slotName);
     const int second = RowOf(secondSlotName);
     ASSERT_GE(first, 0);
     ASSERT_GE(second, 0);
     EXPECT_EQ(Cell(list, first, 0), std::to_wstring(first + 1));
-    EXPECT_EQ(Cell(list, first, 2), Text(22, name));
-    EXPECT_EQ(Cell(list, second, 2), Text(24, name));
+    EXPECT_EQ(Cell(list, first, 2), Text(c.firstRemark, c.container.empty() ? defaultName : name));
+    EXPECT_EQ(Cell(list, second, 2), Text(c.secondRemark, c.container));
     EXPECT_FALSE(IsWindowEnabled(GetDlgItem(dialog, IDOK))) << "OK before any selection";
     EXPECT_EQ(SelectAllowsOk(second), c.secondAllows);
     EXPECT_EQ(SelectAllowsOk(first), c.firstAllows);
-    Cancel();
+    if (c.container.empty()) uitest::PressButton(dialog, IDCANCEL);
+    else Cancel();
     EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
   }
-}
-
-// The default container: the first token names its first container, the empty one has none.
-TEST_F(SelectCardTest, DefaultContainerOnTokenWithoutContainers) {
-  const std::string name = CaseName();
-  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
-  ASSERT_NO_FATAL_FAILURE(OpenDialog("", CRYPT_NEWKEYSET));
-  EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(31));
-  const int second = RowOf(secondSlotName);
-  ASSERT_GE(second, 0);
-  EXPECT_EQ(Cell(list, second, 2), Text(23));
-  EXPECT_TRUE(SelectAllowsOk(second));
-  const int first = RowOf(slotName);
-  ASSERT_GE(first, 0);
-  const std::wstring lead = Text(21).substr(0, Text(21).find(L"%s"));
-  EXPECT_EQ(Cell(list, first, 2).compare(0, lead.size(), lead), 0) << "no default container named";
-  EXPECT_FALSE(SelectAllowsOk(first));
-  uitest::PressButton(dialog, IDCANCEL);
-  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // Arrow keys move the selection, Enter takes the row: the context is then on that token, and
