@@ -1,7 +1,6 @@
 // The slot table and its monitor against the helper's slots: token removal and insertion, an
 // idle process, many slots, blank descriptions, the start-up and its C_Initialize results, and
 // missing or unusable modules.
-#include <sstream>
 #include <vector>
 
 #include "modal_dialog_driver.h"
@@ -12,12 +11,6 @@ namespace {
 
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kUnknownCard = 0x8010000D;
-
-std::string HexId(CK_SLOT_ID id) {
-  std::ostringstream text;
-  text << "0x" << std::hex << id;
-  return text.str();
-}
 
 class TokenSlots : public TokenTest {
  protected:
@@ -31,11 +24,11 @@ class TokenSlots : public TokenTest {
   // so reading it then asks the token, which is gone.
   void ExpectMonitorFollows(HCRYPTPROV prov) {
     ASSERT_EQ(CardId(prov), 0u);
-    Control("remove " + HexId(slotId));
+    Control("remove " + std::to_string(slotId));
     EXPECT_TRUE(uitest::WaitUntil([&] { return CardId(prov) == kUnknownCard; }, 5000))
         << "the removal was not seen";
     Control("reset-counts");
-    Control("insert " + HexId(slotId));
+    Control("insert " + std::to_string(slotId));
     EXPECT_TRUE(uitest::WaitUntil([&] { return Control("count C_OpenSession") != "0"; }, 5000))
         << "the insertion was not seen: no session was opened";
     EXPECT_EQ(CardId(prov), 0u);

@@ -109,8 +109,8 @@ class SelectCardTest : public TokenTest {
   }
 
   DWORD Outcome() {
-    INT_PTR result = 0;
-    EXPECT_TRUE(run->Finished(&result, kDialogDeadlineMs)) << "the acquire did not return";
+    const INT_PTR result = run->Result(kDialogDeadlineMs);
+    EXPECT_NE(result, ModalDialogRun::kStillOpen) << "the acquire did not return";
     if (chosen != 0) exportContexts.push_back(chosen);
     return static_cast<DWORD>(result);
   }
@@ -164,8 +164,9 @@ TEST_F(SelectCardTest, RowsDescribeTheContainerAndEnableOkPerOperation) {
 }
 
 // Arrow keys move the selection, Enter takes the row: the context is then on that token, and
-// the PIN prompt parameter answers (it checks its flags instead of refusing the context).
-TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
+// the PIN prompt parameter answers (it checks its flags instead of refusing the context). A token
+// taken out while the dialog is open: its row says so soon after.
+TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatTokenAndARemovedTokensRowFollows) {
   const std::string name = CaseName();
   ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
   ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
@@ -190,6 +191,15 @@ TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
   ASSERT_EQ(Acquire(OnToken(name), 0, &named), 0u);
   EXPECT_FALSE(entries.GetProvParam(named, kPromptPinParam, pin, &length, AT_SIGNATURE));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_TYPE));
+
+  ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
+  const int row = RowOf(slotName);
+  ASSERT_TRUE(SelectAllowsOk(row));
+  Control("remove " + std::to_string(slotId));
+  EXPECT_TRUE(uitest::WaitUntil([&] { return Cell(list, row, 2) == Text(25); }, kRemarkDeadlineMs));
+  EXPECT_FALSE(SelectAllowsOk(row)) << "a row without its token allows OK";
+  Cancel();
+  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // The loader's table as CryptoAPI hands it to a provider; FuncReturnhWnd gives the window the
@@ -228,26 +238,7 @@ TEST_F(SelectCardTest, ApplicationWindowOwnsTheDialog) {
   EXPECT_EQ(GetWindow(shown, GW_OWNER), g_applicationWindow.load());
   EXPECT_FALSE(IsWindowEnabled(g_applicationWindow.load()));
   PostMessageW(shown, WM_CLOSE, 0, 0);
-  INT_PTR result = 0;
-  ASSERT_TRUE(acquire.Finished(&result));
-  EXPECT_EQ(static_cast<DWORD>(result), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
-}
-
-// A token taken out while the dialog is open: its row says so soon after.
-TEST_F(SelectCardTest, RemovedTokenRowFollowsWithinDeadline) {
-  const std::string name = CaseName();
-  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
-  ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
-  const int first = RowOf(slotName);
-  ASSERT_GE(first, 0);
-  ASSERT_TRUE(SelectAllowsOk(first));
-  char slot[32];
-  snprintf(slot, sizeof(slot), "0x%lx", static_cast<unsigned long>(slotId));
-  Control(std::string("remove ") + slot);
-  EXPECT_TRUE(uitest::WaitUntil([&] { return Cell(list, first, 2) == Text(25); }, kRemarkDeadlineMs));
-  EXPECT_FALSE(SelectAllowsOk(first)) << "a row without its token allows OK";
-  Cancel();
-  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+  EXPECT_EQ(static_cast<DWORD>(acquire.Result()), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // The test build of the provider on the card service of select_cards.conf: Bluetooth device

@@ -112,9 +112,7 @@ TEST(PinDialog, CallersWindowOwnsTheDialogWhileItExists) {
   EXPECT_EQ(GetWindow(dialog, GW_OWNER), owner.load());
   EXPECT_FALSE(IsWindowEnabled(owner.load()));
   PressButton(dialog, IDCANCEL);
-  INT_PTR result = 0;
-  ASSERT_TRUE(run.Finished(&result));
-  EXPECT_EQ(result, IDCANCEL);
+  EXPECT_EQ(run.Result(), IDCANCEL);
   EXPECT_TRUE(enabledAfter.load());
 
   CVerifyPIN stale(0, owner.load());
