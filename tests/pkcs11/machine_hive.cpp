@@ -29,15 +29,9 @@ void CopyTree(HKEY to, const wchar_t* path) {
   RegCloseKey(source);
 }
 
-void SetString(HKEY key, const wchar_t* name, const std::wstring& value) {
-  EXPECT_EQ(RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                           static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))),
-            ERROR_SUCCESS);
-}
-
-void SetDword(HKEY key, const wchar_t* name, DWORD value) {
-  EXPECT_EQ(RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                           sizeof(value)),
+void SetValue(HKEY key, const wchar_t* name, DWORD type, const void* data, size_t size) {
+  EXPECT_EQ(RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data),
+                           static_cast<DWORD>(size)),
             ERROR_SUCCESS);
 }
 
@@ -59,7 +53,7 @@ PrivateMachineHive::~PrivateMachineHive() {
 
 void PrivateMachineHive::SetModulePath(const std::wstring& path) {
   HKEY key = CreateKey(root_, kConfig);
-  SetString(key, L"LibPkcs11", path);
+  SetValue(key, L"LibPkcs11", REG_SZ, path.c_str(), (path.size() + 1) * sizeof(wchar_t));
   RegCloseKey(key);
 }
 
@@ -71,9 +65,10 @@ void PrivateMachineHive::RemoveModulePath() {
 
 void PrivateMachineHive::RegisterProvider(const std::wstring& name, const std::wstring& imagePath) {
   HKEY key = CreateKey(root_, std::wstring(kProviders) + L"\\" + name);
-  SetString(key, L"Image Path", imagePath);
-  SetDword(key, L"Type", PROV_RSA_FULL);
-  SetDword(key, L"SigInFile", 0);
+  const DWORD type = PROV_RSA_FULL, noSignatureFile = 0;
+  SetValue(key, L"Image Path", REG_SZ, imagePath.c_str(), (imagePath.size() + 1) * sizeof(wchar_t));
+  SetValue(key, L"Type", REG_DWORD, &type, sizeof(type));
+  SetValue(key, L"SigInFile", REG_DWORD, &noSignatureFile, sizeof(noSignatureFile));
   RegCloseKey(key);
 }
 

@@ -28,8 +28,7 @@ bool Resolve(HMODULE module, const char* name, Fn* out) {
 
 std::string Trimmed(const CK_UTF8CHAR* text, size_t size) {
   std::string value(reinterpret_cast<const char*>(text), size);
-  while (!value.empty() && value.back() == ' ') value.pop_back();
-  return value;
+  return value.erase(value.find_last_not_of(' ') + 1);
 }
 
 }  // namespace
@@ -78,23 +77,31 @@ std::string TokenTest::Control(const std::string& command) {
 
 void TokenTest::StartProvider() {
   ASSERT_EQ(Acquire("", CRYPT_VERIFYCONTEXT), 0u) << "the provider cannot start";
-  CK_FUNCTION_LIST* f = Module();
-  ASSERT_NE(f, nullptr);
+  ASSERT_NE(Module(), nullptr);
+  slotName = SlotOfToken("nivra-fwd", &slotId);
+  ASSERT_FALSE(slotName.empty()) << "the fixture token is not listed";
+}
+
+std::string TokenTest::SlotOfToken(const std::string& label, CK_SLOT_ID* id) {
   CK_SLOT_ID slots[64];
   CK_ULONG count = 64;
-  ASSERT_EQ(f->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+  EXPECT_EQ(Module()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
   for (CK_ULONG i = 0; i < count; ++i) {
     CK_TOKEN_INFO token{};
-    CK_SLOT_INFO slot{};
-    if (f->C_GetTokenInfo(slots[i], &token) != CKR_OK ||
-        Trimmed(token.label, sizeof(token.label)) != "nivra-fwd" ||
-        f->C_GetSlotInfo(slots[i], &slot) != CKR_OK) {
+    if (Module()->C_GetTokenInfo(slots[i], &token) != CKR_OK ||
+        Trimmed(token.label, sizeof(token.label)) != label) {
       continue;
     }
-    slotId = slots[i];
-    slotName = Trimmed(slot.slotDescription, sizeof(slot.slotDescription));
+    if (id != nullptr) *id = slots[i];
+    return SlotDescription(slots[i]);
   }
-  ASSERT_FALSE(slotName.empty()) << "the fixture token is not listed";
+  return "";
+}
+
+std::string TokenTest::SlotDescription(CK_SLOT_ID id) {
+  CK_SLOT_INFO slot{};
+  EXPECT_EQ(Module()->C_GetSlotInfo(id, &slot), CKR_OK);
+  return Trimmed(slot.slotDescription, sizeof(slot.slotDescription));
 }
 
 DWORD TokenTest::Acquire(const std::string& container, DWORD flags, HCRYPTPROV* prov) {
@@ -179,10 +186,6 @@ CK_FUNCTION_LIST* TokenTest::Module() {
   return get != nullptr && get(&list) == CKR_OK ? list : nullptr;
 }
 
-std::vector<std::string> TokenTest::RunProbe(const std::string& arguments) {
-  return RunNative("'" + std::string(NIVRA_TOKEN_PROBE) + "' " + arguments);
-}
-
 std::vector<std::string> TokenTest::RunNative(const std::string& commandLine) {
   const std::string output = std::string(NIVRA_FIXTURE_UNIX) + "/probe-" +
                              std::to_string(GetCurrentProcessId()) + "-" +
@@ -226,27 +229,18 @@ std::vector<std::string> TokenTest::RunNative(const std::string& commandLine) {
   return lines;
 }
 
-std::vector<NativeObject> TokenTest::NativeObjects() {
-  std::vector<NativeObject> objects;
-  for (const std::string& line : RunProbe("objects '" + std::string(NIVRA_FIXTURE_UNIX) + "'")) {
-    std::istringstream words(line);
-    std::string word;
-    words >> word;
-    if (word != "object") continue;
-    NativeObject object;
-    while (words >> word) {
-      const size_t equals = word.find('=');
-      object[word.substr(0, equals)] = word.substr(equals + 1);
-    }
-    objects.push_back(object);
-  }
-  return objects;
-}
-
 std::vector<NativeObject> TokenTest::NativeObjectsWith(const std::string& name,
                                                        const std::string& value) {
   std::vector<NativeObject> matching;
-  for (const NativeObject& object : NativeObjects()) {
+  const std::string probe = NIVRA_TOKEN_PROBE;
+  for (const std::string& line : RunNative("'" + probe + "' objects '" + NIVRA_FIXTURE_UNIX + "'")) {
+    std::istringstream words(line);
+    std::string word;
+    NativeObject object;
+    while (words >> word) {
+      const size_t equals = word.find('=');
+      if (equals != std::string::npos) object[word.substr(0, equals)] = word.substr(equals + 1);
+    }
     auto it = object.find(name);
     if (it != object.end() && it->second == value) matching.push_back(object);
   }

@@ -76,9 +76,13 @@ class TokenTest : public ::testing::Test {
   // The forwarding module's function list (the provider's own instance, already initialised).
   CK_FUNCTION_LIST* Module();
 
-  // The token's objects, natively (logged in as the user).
-  std::vector<NativeObject> NativeObjects();
-  // Native objects whose attribute `name` has the value `value`.
+  // The slot holding the token labelled `label` (its id in *id) by its name as the provider
+  // records it; "" when no slot holds it.
+  std::string SlotOfToken(const std::string& label, CK_SLOT_ID* id = nullptr);
+  // The blank-trimmed description of the slot `id`, as the module reports it.
+  std::string SlotDescription(CK_SLOT_ID id);
+
+  // The token's objects, natively (logged in as the user), whose attribute `name` has `value`.
   std::vector<NativeObject> NativeObjectsWith(const std::string& name, const std::string& value);
   // OpenSSL's verdict on a PKCS#1 v1.5 SHA-1 signature (big-endian values).
   bool NativeVerifiesSha1(const Bytes& modulus, const Bytes& exponent, const Bytes& message,
@@ -99,8 +103,6 @@ class TokenTest : public ::testing::Test {
   std::vector<HCRYPTPROV> cryptContexts;
 
  private:
-  // Runs the probe with `arguments` and returns its output lines (without the final "done").
-  std::vector<std::string> RunProbe(const std::string& arguments);
   // Runs tests/pkcs11/token_openssl.sh with `arguments` and returns its output lines.
   std::vector<std::string> RunOpenSsl(const std::string& arguments);
   // Runs a native shell command line and returns its output lines (both streams).

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <future>
 
+#include "modal_dialog_driver.h"
 #include "token_fixture.h"
 #include "tools/p11wire/wire_socket.h"
 
@@ -93,7 +94,7 @@ TEST_F(ForwardingModule, FinalizeEndsABlockedSlotEventWait) {
     return module->C_WaitForSlotEvent(0, &slot, nullptr);
   });
   // Only once the wait has reached the helper does finalising test that it ends it.
-  for (int polls = 0; polls < 2000 && Control("count C_WaitForSlotEvent") == "0"; ++polls) Sleep(5);
+  ASSERT_TRUE(uitest::WaitUntil([this] { return Control("count C_WaitForSlotEvent") != "0"; }));
   ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
   ASSERT_EQ(waiting.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(waiting.get(), CKR_CRYPTOKI_NOT_INITIALIZED);

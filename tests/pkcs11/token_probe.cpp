@@ -33,24 +33,25 @@ int Fail(const std::string& message) {
   return 1;
 }
 
+// Byte strings in hex; numbers and flags (one byte) in decimal.
 struct Shown {
   CK_ATTRIBUTE_TYPE type;
   const char* name;
-  enum { kBytes, kNumber, kFlag } kind;
+  bool bytes;
 };
 
 const Shown kShown[] = {
-    {CKA_CLASS, "class", Shown::kNumber},          {CKA_LABEL, "label", Shown::kBytes},
-    {CKA_ID, "id", Shown::kBytes},                 {CKA_APPLICATION, "application", Shown::kBytes},
-    {CKA_TOKEN, "token", Shown::kFlag},            {CKA_PRIVATE, "private", Shown::kFlag},
-    {CKA_MODIFIABLE, "modifiable", Shown::kFlag},  {CKA_KEY_TYPE, "key_type", Shown::kNumber},
-    {CKA_SENSITIVE, "sensitive", Shown::kFlag},    {CKA_SIGN, "sign", Shown::kFlag},
-    {CKA_DECRYPT, "decrypt", Shown::kFlag},        {CKA_ENCRYPT, "encrypt", Shown::kFlag},
-    {CKA_VERIFY, "verify", Shown::kFlag},          {CKA_WRAP, "wrap", Shown::kFlag},
-    {CKA_MODULUS_BITS, "modulus_bits", Shown::kNumber}, {CKA_MODULUS, "modulus", Shown::kBytes},
-    {CKA_PUBLIC_EXPONENT, "public_exponent", Shown::kBytes},
-    {CKA_CERTIFICATE_TYPE, "certificate_type", Shown::kNumber},
-    {CKA_VALUE, "value", Shown::kBytes},           {CKA_SUBJECT, "subject", Shown::kBytes},
+    {CKA_CLASS, "class", false},         {CKA_LABEL, "label", true},
+    {CKA_ID, "id", true},                {CKA_APPLICATION, "application", true},
+    {CKA_TOKEN, "token", false},         {CKA_PRIVATE, "private", false},
+    {CKA_MODIFIABLE, "modifiable", false}, {CKA_KEY_TYPE, "key_type", false},
+    {CKA_SENSITIVE, "sensitive", false}, {CKA_SIGN, "sign", false},
+    {CKA_DECRYPT, "decrypt", false},     {CKA_ENCRYPT, "encrypt", false},
+    {CKA_VERIFY, "verify", false},       {CKA_WRAP, "wrap", false},
+    {CKA_MODULUS_BITS, "modulus_bits", false}, {CKA_MODULUS, "modulus", true},
+    {CKA_PUBLIC_EXPONENT, "public_exponent", true},
+    {CKA_CERTIFICATE_TYPE, "certificate_type", false},
+    {CKA_VALUE, "value", true},          {CKA_SUBJECT, "subject", true},
 };
 
 void PrintObject(CK_FUNCTION_LIST* f, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
@@ -63,10 +64,8 @@ void PrintObject(CK_FUNCTION_LIST* f, CK_SESSION_HANDLE session, CK_OBJECT_HANDL
     a.pValue = value.data();
     if (!value.empty() && f->C_GetAttributeValue(session, object, &a, 1) != CKR_OK) continue;
     line += std::string(" ") + shown.name + "=";
-    if (shown.kind == Shown::kBytes) {
+    if (shown.bytes) {
       line += Hex(value.data(), value.size());
-    } else if (shown.kind == Shown::kFlag) {
-      line += value.size() == 1 && value[0] ? "1" : "0";
     } else {
       CK_ULONG number = 0;
       std::memcpy(&number, value.data(), value.size() < sizeof(number) ? value.size() : sizeof(number));

@@ -1,10 +1,9 @@
 // The slot table and its monitor against the helper's slots: token removal and insertion, an
 // idle process, many slots, blank descriptions, the start-up and its C_Initialize results, and
 // missing or unusable modules.
-#include <functional>
-#include <sstream>
 #include <vector>
 
+#include "modal_dialog_driver.h"
 #include "token_fixture.h"
 
 namespace nivra::p11test {
@@ -12,21 +11,6 @@ namespace {
 
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kUnknownCard = 0x8010000D;
-
-bool WaitFor(const std::function<bool()>& condition, DWORD timeoutMs) {
-  const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  while (!condition()) {
-    if (GetTickCount64() >= deadline) return false;
-    Sleep(50);
-  }
-  return true;
-}
-
-std::string HexId(CK_SLOT_ID id) {
-  std::ostringstream text;
-  text << "0x" << std::hex << id;
-  return text.str();
-}
 
 class TokenSlots : public TokenTest {
  protected:
@@ -40,12 +24,12 @@ class TokenSlots : public TokenTest {
   // so reading it then asks the token, which is gone.
   void ExpectMonitorFollows(HCRYPTPROV prov) {
     ASSERT_EQ(CardId(prov), 0u);
-    Control("remove " + HexId(slotId));
-    EXPECT_TRUE(WaitFor([&] { return CardId(prov) == kUnknownCard; }, 5000))
+    Control("remove " + std::to_string(slotId));
+    EXPECT_TRUE(uitest::WaitUntil([&] { return CardId(prov) == kUnknownCard; }, 5000))
         << "the removal was not seen";
     Control("reset-counts");
-    Control("insert " + HexId(slotId));
-    EXPECT_TRUE(WaitFor([&] { return Control("count C_OpenSession") != "0"; }, 5000))
+    Control("insert " + std::to_string(slotId));
+    EXPECT_TRUE(uitest::WaitUntil([&] { return Control("count C_OpenSession") != "0"; }, 5000))
         << "the insertion was not seen: no session was opened";
     EXPECT_EQ(CardId(prov), 0u);
   }
@@ -74,18 +58,18 @@ TEST_P(IdleProcess, ProcessHoldingAContextStaysIdle) {
   HCRYPTPROV prov = 0;
   ASSERT_EQ(CryptAcquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
   Sleep(1500);  // past start-up and the first polls
-  FILETIME created, exited, kernelBefore, userBefore, kernelAfter, userAfter;
-  ASSERT_TRUE(GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernelBefore, &userBefore));
+  auto cpuMsSoFar = [] {  // kernel and user time of the process
+    FILETIME created, exited, times[2];
+    EXPECT_TRUE(GetProcessTimes(GetCurrentProcess(), &created, &exited, &times[0], &times[1]));
+    double ms = 0;
+    for (const FILETIME& t : times) ms += ((ULONGLONG{t.dwHighDateTime} << 32) | t.dwLowDateTime) / 1e4;
+    return ms;
+  };
+  const double cpuBefore = cpuMsSoFar();
   const ULONGLONG wallBefore = GetTickCount64();
   Sleep(4000);
-  ASSERT_TRUE(GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernelAfter, &userAfter));
+  const double cpuMs = cpuMsSoFar() - cpuBefore;
   const double wallMs = static_cast<double>(GetTickCount64() - wallBefore);
-  auto ms = [](const FILETIME& t) {
-    return static_cast<double>((static_cast<ULONGLONG>(t.dwHighDateTime) << 32) | t.dwLowDateTime) /
-           10000.0;
-  };
-  const double cpuMs =
-      ms(kernelAfter) - ms(kernelBefore) + ms(userAfter) - ms(userBefore);
   // A resource bound, not a speed goal: well under 1% of one core while nothing happens.
   EXPECT_LT(cpuMs, wallMs * 0.01) << cpuMs << " ms of CPU in " << wallMs << " ms";
 }
@@ -100,18 +84,13 @@ TEST_F(TokenSlots, TableRecordsTheFirst256SlotsAndFindsThemByName) {
   CK_ULONG count = static_cast<CK_ULONG>(slots.size());
   ASSERT_EQ(Module()->C_GetSlotList(CK_FALSE, slots.data(), &count), CKR_OK);
   ASSERT_GT(count, 257u);
-  auto nameOf = [&](CK_SLOT_ID id) {
-    CK_SLOT_INFO info{};
-    EXPECT_EQ(Module()->C_GetSlotInfo(id, &info), CKR_OK);
-    std::string name(reinterpret_cast<char*>(info.slotDescription), 64);
-    return name.erase(name.find_last_not_of(' ') + 1);
-  };
   // The last recorded slot is found, holds no token, and is refreshed three times; the first
   // slot beyond the table and an unknown name are not found, so nothing is refreshed.
   const struct {
     std::string name;
     const char* infoCalls;
-  } cases[] = {{nameOf(slots[255]), "3"}, {nameOf(slots[256]), "0"}, {"No such slot", "0"}};
+  } cases[] = {{SlotDescription(slots[255]), "3"}, {SlotDescription(slots[256]), "0"},
+               {"No such slot", "0"}};
   for (const auto& c : cases) {
     Control("reset-counts");
     EXPECT_EQ(Acquire("\\\\.\\" + c.name + "\\c", 0), kNteBadKeyset) << c.name;
@@ -132,10 +111,7 @@ TEST_F(TokenSlots, BlankSlotsDoNotHideTheTokenFromASilentSearch) {
   CK_ULONG count = 64;
   ASSERT_EQ(Module()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
   for (CK_ULONG i = 0; i < count; ++i) {
-    CK_SLOT_INFO info{};
-    if (slots[i] == slotId || Module()->C_GetSlotInfo(slots[i], &info) != CKR_OK) continue;
-    std::string other(reinterpret_cast<char*>(info.slotDescription), 64);
-    other.erase(other.find_last_not_of(' ') + 1);
+    const std::string other = slots[i] == slotId ? "" : SlotDescription(slots[i]);
     if (!other.empty()) Acquire("\\\\.\\" + other, CRYPT_VERIFYCONTEXT);  // may not open
   }
   HCRYPTPROV prov = 0;

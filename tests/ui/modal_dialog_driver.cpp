@@ -11,15 +11,13 @@ BOOL CALLBACK CollectWindow(HWND hwnd, LPARAM out) {
   return TRUE;
 }
 
-// Polls done() every 20 ms for up to timeoutMs; its last answer.
-template <class Done>
-bool Poll(Done done, DWORD timeoutMs) {
+}  // namespace
+
+bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs) {
   for (ULONGLONG deadline = GetTickCount64() + timeoutMs; !done(); Sleep(20))
     if (GetTickCount64() >= deadline) return false;
   return true;
 }
-
-}  // namespace
 
 ModalDialogRun::ModalDialogRun(std::function<INT_PTR()> body) {
   worker_ = std::thread([this, body = std::move(body)] {
@@ -42,7 +40,7 @@ ModalDialogRun::~ModalDialogRun() {
 
 HWND ModalDialogRun::WaitForDialog(const wchar_t* title, HWND except, DWORD timeoutMs) {
   HWND found = nullptr;
-  Poll([&] {
+  WaitUntil([&] {
     while ((found = FindWindowExW(nullptr, found, L"#32770", title)) != nullptr) {
       if (found != except && GetWindowThreadProcessId(found, nullptr) == threadId_.load() &&
           IsWindowVisible(found))
@@ -54,7 +52,7 @@ HWND ModalDialogRun::WaitForDialog(const wchar_t* title, HWND except, DWORD time
 }
 
 bool ModalDialogRun::Finished(INT_PTR* result, DWORD timeoutMs) {
-  if (!Poll([this] { return done_.load(); }, timeoutMs)) return false;
+  if (!WaitUntil([this] { return done_.load(); }, timeoutMs)) return false;
   *result = result_.load();
   return true;
 }
@@ -71,10 +69,6 @@ HWND FindChildWithText(HWND parent, const std::wstring& text) {
   for (HWND child : children)
     if (WindowText(child) == text) return child;
   return nullptr;
-}
-
-bool WaitUntilGone(HWND hwnd, DWORD timeoutMs) {
-  return Poll([hwnd] { return !IsWindow(hwnd); }, timeoutMs);
 }
 
 void PressButton(HWND dialog, int id) {

@@ -25,6 +25,12 @@ class ModalDialogRun {
 
   // Waits up to timeoutMs for body to return; true and *result set when it did.
   bool Finished(INT_PTR* result, DWORD timeoutMs = 10000);
+  // What body returned, or kStillOpen when it has not returned within timeoutMs.
+  static constexpr INT_PTR kStillOpen = -2;
+  INT_PTR Result(DWORD timeoutMs = 10000) {
+    INT_PTR result = 0;
+    return Finished(&result, timeoutMs) ? result : kStillOpen;
+  }
 
   DWORD threadId() const { return threadId_.load(); }
 
@@ -41,8 +47,8 @@ std::wstring WindowText(HWND hwnd);
 // The first child (at any depth) of parent whose window text equals text, or nullptr.
 HWND FindChildWithText(HWND parent, const std::wstring& text);
 
-// Waits up to timeoutMs until hwnd is no longer a window.
-bool WaitUntilGone(HWND hwnd, DWORD timeoutMs = 10000);
+// Polls done() every 20 ms for up to timeoutMs; its last answer.
+bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs = 10000);
 
 // Presses a dialog button the way a click does: WM_COMMAND with the button's id.
 void PressButton(HWND dialog, int id);

@@ -39,11 +39,11 @@ constexpr char kServiceFixture[] = NIVRA_SELECT_SERVICE_UNIX;
 
 std::wstring Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
 
-std::wstring Text(uint32_t number) { return ExpectedUiText(GetSystemDefaultLangID(), number); }
-
-std::wstring Text(uint32_t number, const std::string& name) {
-  std::wstring text = Text(number);
-  return text.replace(text.find(L"%s"), 2, Wide(name));
+// Text `number` in the system language, `name` in place of its placeholder if it has one.
+std::wstring Text(uint32_t number, const std::string& name = "") {
+  std::wstring text = ExpectedUiText(GetSystemDefaultLangID(), number);
+  const size_t at = text.find(L"%s");
+  return at == std::wstring::npos ? text : text.replace(at, 2, Wide(name));
 }
 
 std::wstring Cell(HWND list, int row, int column) {
@@ -61,22 +61,7 @@ class SelectCardTest : public TokenTest {
   void SetUp() override {
     TokenTest::SetUp();
     ASSERT_NO_FATAL_FAILURE(StartProvider());
-    CK_FUNCTION_LIST* f = Module();
-    CK_SLOT_ID slots[64];
-    CK_ULONG count = 64;
-    ASSERT_EQ(f->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
-    for (CK_ULONG i = 0; i < count; ++i) {
-      CK_TOKEN_INFO token{};
-      CK_SLOT_INFO slot{};
-      if (f->C_GetTokenInfo(slots[i], &token) == CKR_OK &&
-          std::string(reinterpret_cast<char*>(token.label), sizeof(kSecondTokenLabel) - 1) ==
-              kSecondTokenLabel &&
-          f->C_GetSlotInfo(slots[i], &slot) == CKR_OK) {
-        std::string description(reinterpret_cast<char*>(slot.slotDescription),
-                                sizeof(slot.slotDescription));
-        secondSlotName = description.substr(0, description.find_last_not_of(' ') + 1);
-      }
-    }
+    secondSlotName = SlotOfToken(kSecondTokenLabel);
     ASSERT_FALSE(secondSlotName.empty()) << "the second token is not listed";
   }
 
@@ -124,8 +109,8 @@ class SelectCardTest : public TokenTest {
   }
 
   DWORD Outcome() {
-    INT_PTR result = 0;
-    EXPECT_TRUE(run->Finished(&result, kDialogDeadlineMs)) << "the acquire did not return";
+    const INT_PTR result = run->Result(kDialogDeadlineMs);
+    EXPECT_NE(result, ModalDialogRun::kStillOpen) << "the acquire did not return";
     if (chosen != 0) exportContexts.push_back(chosen);
     return static_cast<DWORD>(result);
   }
@@ -139,58 +124,49 @@ class SelectCardTest : public TokenTest {
   HCRYPTPROV chosen = 0;
 };
 
-// Per operation: the prompt, each token's remark and whether its row lets OK through.
+// Per operation: the prompt, each token's remark and whether its row lets OK through. For the
+// default container the first token names the container it would open; the empty one has none.
 TEST_F(SelectCardTest, RowsDescribeTheContainerAndEnableOkPerOperation) {
   const std::string name = CaseName();
   ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
+  HCRYPTPROV any = 0;
+  ASSERT_EQ(Acquire(OnToken(""), 0, &any), 0u);
+  char defaultName[260] = {};
+  DWORD length = sizeof(defaultName);
+  ASSERT_TRUE(entries.GetProvParam(any, PP_CONTAINER, reinterpret_cast<BYTE*>(defaultName), &length, 0));
   struct Case {
+    std::string container;
     DWORD flags;
-    uint32_t prompt;
-    bool firstAllows;
-    bool secondAllows;
+    uint32_t prompt, firstRemark, secondRemark;
+    bool firstAllows, secondAllows;
   };
-  for (const Case& c : {Case{0, 36, true, false}, Case{CRYPT_DELETEKEYSET, 34, true, false},
-                        Case{CRYPT_NEWKEYSET, 32, false, true}}) {
+  for (const Case& c : {Case{name, 0, 36, 22, 24, true, false},
+                        Case{name, CRYPT_DELETEKEYSET, 34, 22, 24, true, false},
+                        Case{name, CRYPT_NEWKEYSET, 32, 22, 24, false, true},
+                        Case{"", CRYPT_NEWKEYSET, 31, 21, 23, false, true}}) {
     SCOPED_TRACE(c.prompt);
-    ASSERT_NO_FATAL_FAILURE(OpenDialog(name, c.flags));
-    EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(c.prompt, name));
+    ASSERT_NO_FATAL_FAILURE(OpenDialog(c.container, c.flags));
+    EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(c.prompt, c.container));
     const int first = RowOf(slotName);
     const int second = RowOf(secondSlotName);
     ASSERT_GE(first, 0);
     ASSERT_GE(second, 0);
     EXPECT_EQ(Cell(list, first, 0), std::to_wstring(first + 1));
-    EXPECT_EQ(Cell(list, first, 2), Text(22, name));
-    EXPECT_EQ(Cell(list, second, 2), Text(24, name));
+    EXPECT_EQ(Cell(list, first, 2), Text(c.firstRemark, c.container.empty() ? defaultName : name));
+    EXPECT_EQ(Cell(list, second, 2), Text(c.secondRemark, c.container));
     EXPECT_FALSE(IsWindowEnabled(GetDlgItem(dialog, IDOK))) << "OK before any selection";
     EXPECT_EQ(SelectAllowsOk(second), c.secondAllows);
     EXPECT_EQ(SelectAllowsOk(first), c.firstAllows);
-    Cancel();
+    if (c.container.empty()) uitest::PressButton(dialog, IDCANCEL);
+    else Cancel();
     EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
   }
 }
 
-// The default container: the first token names its first container, the empty one has none.
-TEST_F(SelectCardTest, DefaultContainerOnTokenWithoutContainers) {
-  const std::string name = CaseName();
-  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
-  ASSERT_NO_FATAL_FAILURE(OpenDialog("", CRYPT_NEWKEYSET));
-  EXPECT_EQ(uitest::WindowText(GetDlgItem(dialog, 5003)), Text(31));
-  const int second = RowOf(secondSlotName);
-  ASSERT_GE(second, 0);
-  EXPECT_EQ(Cell(list, second, 2), Text(23));
-  EXPECT_TRUE(SelectAllowsOk(second));
-  const int first = RowOf(slotName);
-  ASSERT_GE(first, 0);
-  const std::wstring lead = Text(21).substr(0, Text(21).find(L"%s"));
-  EXPECT_EQ(Cell(list, first, 2).compare(0, lead.size(), lead), 0) << "no default container named";
-  EXPECT_FALSE(SelectAllowsOk(first));
-  uitest::PressButton(dialog, IDCANCEL);
-  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
-}
-
 // Arrow keys move the selection, Enter takes the row: the context is then on that token, and
-// the PIN prompt parameter answers (it checks its flags instead of refusing the context).
-TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
+// the PIN prompt parameter answers (it checks its flags instead of refusing the context). A token
+// taken out while the dialog is open: its row says so soon after.
+TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatTokenAndARemovedTokensRowFollows) {
   const std::string name = CaseName();
   ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
   ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
@@ -215,6 +191,15 @@ TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatToken) {
   ASSERT_EQ(Acquire(OnToken(name), 0, &named), 0u);
   EXPECT_FALSE(entries.GetProvParam(named, kPromptPinParam, pin, &length, AT_SIGNATURE));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_TYPE));
+
+  ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
+  const int row = RowOf(slotName);
+  ASSERT_TRUE(SelectAllowsOk(row));
+  Control("remove " + std::to_string(slotId));
+  EXPECT_TRUE(uitest::WaitUntil([&] { return Cell(list, row, 2) == Text(25); }, kRemarkDeadlineMs));
+  EXPECT_FALSE(SelectAllowsOk(row)) << "a row without its token allows OK";
+  Cancel();
+  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // The loader's table as CryptoAPI hands it to a provider; FuncReturnhWnd gives the window the
@@ -253,28 +238,7 @@ TEST_F(SelectCardTest, ApplicationWindowOwnsTheDialog) {
   EXPECT_EQ(GetWindow(shown, GW_OWNER), g_applicationWindow.load());
   EXPECT_FALSE(IsWindowEnabled(g_applicationWindow.load()));
   PostMessageW(shown, WM_CLOSE, 0, 0);
-  INT_PTR result = 0;
-  ASSERT_TRUE(acquire.Finished(&result));
-  EXPECT_EQ(static_cast<DWORD>(result), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
-}
-
-// A token taken out while the dialog is open: its row says so soon after.
-TEST_F(SelectCardTest, RemovedTokenRowFollowsWithinDeadline) {
-  const std::string name = CaseName();
-  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
-  ASSERT_NO_FATAL_FAILURE(OpenDialog(name, 0));
-  const int first = RowOf(slotName);
-  ASSERT_GE(first, 0);
-  ASSERT_TRUE(SelectAllowsOk(first));
-  char slot[32];
-  snprintf(slot, sizeof(slot), "0x%lx", static_cast<unsigned long>(slotId));
-  Control(std::string("remove ") + slot);
-  const DWORD deadline = GetTickCount() + kRemarkDeadlineMs;
-  while (Cell(list, first, 2) != Text(25) && GetTickCount() < deadline) Sleep(10);
-  EXPECT_EQ(Cell(list, first, 2), Text(25));
-  EXPECT_FALSE(SelectAllowsOk(first)) << "a row without its token allows OK";
-  Cancel();
-  EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
+  EXPECT_EQ(static_cast<DWORD>(acquire.Result()), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // The test build of the provider on the card service of select_cards.conf: Bluetooth device

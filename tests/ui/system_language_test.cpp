@@ -9,7 +9,8 @@
 #include <cstring>
 
 #include "expected_ui_texts.h"
-#include "pin_dialog_session.h"
+#include "modal_dialog_driver.h"
+#include "ui/verify_pin_dialog.h"
 #include "ui/resource.h"
 #include "ui/ui_text.h"
 
@@ -26,13 +27,14 @@ TEST(SystemLanguage, TextsAndPinDialogFollowIt) {
   for (uint32_t number : {kTextPinTitle, kTextOk, kTextColumnIndex, kTextSelectOpenNamed})
     EXPECT_STREQ(UiText(number), ExpectedUiText(expectedLangId, number)) << number;
 
-  PinDialogSession session(5, 0);
-  HWND dialog = session.WaitForDialog(ExpectedUiText(expectedLangId, kTextPinTitle));
+  CVerifyPIN prompt(5, nullptr);  // on the system default language: UseLanguage is not called
+  ModalDialogRun run([&] { return prompt.DoModal(); });
+  HWND dialog = run.WaitForDialog(ExpectedUiText(expectedLangId, kTextPinTitle));
   ASSERT_NE(dialog, nullptr) << "no dialog titled in the system language";
   EXPECT_EQ(WindowText(GetDlgItem(dialog, IDC_VERIFY_PIN_LABEL)),
             ExpectedUiText(expectedLangId, kTextPinLabel));
   PressButton(dialog, IDCANCEL);
-  EXPECT_EQ(session.Result(), IDCANCEL);
+  EXPECT_EQ(run.Result(), IDCANCEL);
 }
 
 }  // namespace
