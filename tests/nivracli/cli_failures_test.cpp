@@ -8,16 +8,7 @@
 namespace nivracli_test {
 namespace {
 
-class CliFailures : public CliTest {
- protected:
-  // The token's slot identifier ("0x..."), for the helper's removal.
-  std::string SlotId() {
-    const Outcome slots = Native("pkcs11-tool --module /usr/lib/softhsm/libsofthsm2.so -L");
-    const size_t at = slots.out.find(card);
-    const size_t open = slots.out.rfind("(0x", at);
-    return slots.out.substr(open + 1, slots.out.find(')', open) - open - 1);
-  }
-};
+using CliFailures = CliTest;
 
 TEST_F(CliFailures, EachCauseIsSaidInWordsWithItsOwnExitStatus) {
   const std::string name = Container();  // a container without keys
@@ -39,7 +30,7 @@ TEST_F(CliFailures, EachCauseIsSaidInWordsWithItsOwnExitStatus) {
        7, "the card refused the PIN: SCARD_W_CHV_BLOCKED (0x8010006C): the PIN is blocked"},
       {"unknown card", nullptr, {"list", "--card", "No such slot"},
        3, "card \"No such slot\" is not reachable (no such token slot, or no token in it)"},
-      {"card taken out", [this] { Control("remove " + SlotId()); }, {"list"}, 3, "no card is reachable"},
+      {"card taken out", [this] { Control("remove " + slotId); }, {"list"}, 3, "no card is reachable"},
       {"missing container", nullptr, {"export-key", "NoSuchContainer", "--card", card},
        4, "container \"NoSuchContainer\" is not on the card: NTE_BAD_KEYSET (0x80090016)"},
       {"existing container", nullptr, {"create", name, "--card", card, "--pin", "1234"},

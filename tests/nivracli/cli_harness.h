@@ -43,9 +43,12 @@ class CliTest : public ::testing::Test {
                         const std::string& certificatePem);
   // The card: the fixture token's slot name, as the PKCS#11 module describes it.
   std::string card;
+  std::string slotId;  // its PKCS#11 slot identifier ("0x..."), for the helper's control commands
 
  private:
+  Outcome Wine(const std::string& program, const std::vector<std::string>& args);
   std::string work_;
+  std::string helper_;  // the helper's address
   std::string fixture_;
   std::string windowsBuild_;
 };

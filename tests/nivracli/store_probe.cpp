@@ -1,14 +1,12 @@
 // What an application sees in the current user's "MY" store, for the command-line tests: it
 // finds a certificate by subject with CertFindCertificateInStore, prints its key link and where
 // CryptAcquireCertificatePrivateKey leads; it can put a certificate there the way another
-// program would; and it verifies a raw signature with Wine's own software provider.
+// program would.
 //   store_probe find SUBJECT            exit 0 found (and the key acquired), 1 not found
 //   store_probe add-foreign CERTFILE    adds a DER certificate without any key link
-//   store_probe verify-blob PUBLICKEYBLOB DATA SIGNATURE   (SHA-1, big-endian signature)
 #include <windows.h>
 #include <wincrypt.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -27,12 +25,6 @@ Bytes Read(const char* path) {
 
 HCERTSTORE OpenMy() { return CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"MY"); }
 
-std::string Narrow(const wchar_t* text) {
-  char buffer[512] = "";
-  WideCharToMultiByte(CP_ACP, 0, text, -1, buffer, sizeof(buffer), nullptr, nullptr);
-  return buffer;
-}
-
 int Find(const char* subject) {
   HCERTSTORE my = OpenMy();
   PCCERT_CONTEXT cert = CertFindCertificateInStore(my, kEncoding, 0, CERT_FIND_SUBJECT_STR_A, subject, nullptr);
@@ -45,8 +37,8 @@ int Find(const char* subject) {
   Bytes info(length);
   if (length != 0 && CertGetCertificateContextProperty(cert, CERT_KEY_PROV_INFO_PROP_ID, info.data(), &length)) {
     const auto* key = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(info.data());
-    std::printf("link provider=%s container=%s keySpec=%lu\n", Narrow(key->pwszProvName).c_str(),
-                Narrow(key->pwszContainerName).c_str(), key->dwKeySpec);
+    std::printf("link provider=%ls container=%ls keySpec=%lu\n", key->pwszProvName, key->pwszContainerName,
+                key->dwKeySpec);
   }
   HCRYPTPROV prov = 0;
   DWORD keySpec = 0;
@@ -75,30 +67,12 @@ int AddForeign(const char* path) {
   return ok ? 0 : 1;
 }
 
-int VerifyBlob(const char* blobPath, const char* dataPath, const char* signaturePath) {
-  const Bytes blob = Read(blobPath), data = Read(dataPath);
-  Bytes signature = Read(signaturePath);
-  std::reverse(signature.begin(), signature.end());
-  HCRYPTPROV soft = 0;
-  HCRYPTKEY key = 0;
-  HCRYPTHASH hash = 0;
-  const bool ok =
-      CryptAcquireContextW(&soft, nullptr, MS_STRONG_PROV_W, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT) &&
-      CryptImportKey(soft, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, &key) &&
-      CryptCreateHash(soft, CALG_SHA1, 0, 0, &hash) &&
-      CryptHashData(hash, data.data(), static_cast<DWORD>(data.size()), 0) &&
-      CryptVerifySignatureW(hash, signature.data(), static_cast<DWORD>(signature.size()), key, nullptr, 0);
-  std::printf(ok ? "verified\n" : "refused 0x%08lX\n", GetLastError());
-  return ok ? 0 : 1;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
   if (command == "find" && argc == 3) return Find(argv[2]);
   if (command == "add-foreign" && argc == 3) return AddForeign(argv[2]);
-  if (command == "verify-blob" && argc == 5) return VerifyBlob(argv[2], argv[3], argv[4]);
-  std::fprintf(stderr, "usage: store_probe find SUBJECT | add-foreign CERT | verify-blob BLOB DATA SIG\n");
+  std::fprintf(stderr, "usage: store_probe find SUBJECT | add-foreign CERT\n");
   return 9;
 }

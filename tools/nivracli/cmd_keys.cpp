@@ -9,6 +9,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "file_formats.h"
+#include "pfx_key_repair.h"
 #include "user_store.h"
 
 namespace nivracli {
@@ -117,6 +118,10 @@ Bytes PrivateKeyBlobFromPfx(const Bytes& file, const std::string& password, DWOR
     HCRYPTPROV gone = 0;
     CryptAcquireContextW(&gone, info->pwszContainerName, info->pwszProvName, info->dwProvType,
                          info->dwFlags | CRYPT_DELETEKEYSET);
+    if (!blob.empty() && !RepairPfxPrivateKeyBlob(&blob, cert)) {
+      SecureZeroMemory(blob.data(), blob.size());
+      blob.clear();
+    }
     if (!blob.empty()) {
       certificate->assign(cert->pbCertEncoded, cert->pbCertEncoded + cert->cbCertEncoded);
       CertFreeCertificateContext(cert);

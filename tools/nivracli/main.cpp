@@ -46,9 +46,31 @@ void PrintHelp(const std::vector<Command>& commands) {
       "8 signature does not verify\n");
 }
 
+// Wine answers a call to a function it does not implement (its crypt32 8.0 has no
+// CryptDecryptMessage) with this exception, naming the DLL and the function. Unhandled, it ends
+// the program through the debugger with whatever exit status that leaves, now and then 0; the
+// administrator gets the cause in words and a failure status instead.
+constexpr DWORD kWineUnimplementedFunction = 0x80000100;
+
+LONG CALLBACK SayUnimplementedFunction(EXCEPTION_POINTERS* exception) {
+  const EXCEPTION_RECORD* record = exception->ExceptionRecord;
+  if (record->ExceptionCode != kWineUnimplementedFunction || record->NumberParameters < 2 ||
+      (record->ExceptionInformation[1] >> 16) == 0) {  // a function named by ordinal
+    return EXCEPTION_CONTINUE_SEARCH;
+  }
+  std::fflush(stdout);
+  std::fprintf(stderr, "nivracli: this system has no %s: unimplemented function %s.%s\n",
+               reinterpret_cast<const char*>(record->ExceptionInformation[1]),
+               reinterpret_cast<const char*>(record->ExceptionInformation[0]),
+               reinterpret_cast<const char*>(record->ExceptionInformation[1]));
+  std::fflush(stderr);
+  ExitProcess(kExitFailed);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  AddVectoredExceptionHandler(1, SayUnimplementedFunction);
   const std::vector<Command> commands = AllCommands();
   try {
     const nivracli::Args args = nivracli::ParseArgs(argc, argv);

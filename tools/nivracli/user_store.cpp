@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <wincrypt.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <set>
@@ -45,6 +46,22 @@ std::string MarkOf(PCCERT_CONTEXT cert) {
   WideCharToMultiByte(CP_ACP, 0, rest.c_str(), -1, &mark[0], n, nullptr, nullptr);
   mark.resize(n > 0 ? n - 1 : 0);
   return mark;
+}
+
+// The size of the mark's property: its text with the terminating zero, padded with zeros to
+// beyond the in-memory size of the key link. Wine's crypt32 (8.0) writes a registry store's entry
+// through one buffer sized for the largest property so far; it replaces that buffer by the key
+// link's stored form (20 bytes smaller than the in-memory one) without noting the smaller size,
+// so the next property, if larger than the stored form but not than the in-memory form, is
+// copied past the end of a heap block. The plain mark is exactly such a property (10 bytes too
+// long, whatever the card and container names), and the overrun later brought the program down
+// inside ntdll's heap code. A larger property makes crypt32 grow its buffer first. Readers stop
+// at the first zero.
+size_t MarkBlobSize(const std::wstring& text, const CRYPT_KEY_PROV_INFO& link) {
+  const size_t linkSize = sizeof(CRYPT_KEY_PROV_INFO) +
+                          (wcslen(link.pwszContainerName) + 1) * sizeof(wchar_t) +
+                          (wcslen(link.pwszProvName) + 1) * sizeof(wchar_t);
+  return std::max((text.size() + 1) * sizeof(wchar_t), linkSize + sizeof(wchar_t));
 }
 
 std::string CardOfMark(const std::string& mark) { return mark.substr(0, mark.find('\n')); }
@@ -105,8 +122,9 @@ void PropagateCertificate(const Args& args, const std::string& card, const std::
   info.dwProvType = PROV_RSA_FULL;
   info.dwKeySpec = keySpec;
   const std::wstring description = kMarkPrefix + Wide(mark);
-  CRYPT_DATA_BLOB markBlob{static_cast<DWORD>((description.size() + 1) * sizeof(wchar_t)),
-                           reinterpret_cast<BYTE*>(const_cast<wchar_t*>(description.c_str()))};
+  std::vector<BYTE> markBytes(MarkBlobSize(description, info), 0);
+  std::memcpy(markBytes.data(), description.c_str(), description.size() * sizeof(wchar_t));
+  CRYPT_DATA_BLOB markBlob{static_cast<DWORD>(markBytes.size()), markBytes.data()};
   if (!CertSetCertificateContextProperty(cert, CERT_KEY_PROV_INFO_PROP_ID, 0, &info)) {
     DWORD code = GetLastError();
     CertFreeCertificateContext(cert);
