@@ -34,10 +34,10 @@ void HelperServer::Stop() {
   for (auto& c : connections_) c->socket.Shutdown();
 }
 
-void HelperServer::Reap() {
+void HelperServer::Reap(bool closedPeersToo) {
   std::lock_guard<std::mutex> lock(connectionsMutex_);
   for (auto it = connections_.begin(); it != connections_.end();) {
-    if ((*it)->finished) {
+    if ((*it)->finished || (closedPeersToo && (*it)->socket.PeerClosed())) {
       (*it)->thread.join();
       it = connections_.erase(it);
     } else {
@@ -50,7 +50,11 @@ void HelperServer::Run(const std::atomic<bool>* externalStop) {
   while (!stop_ && !dispatcher_->stopRequested() && !(externalStop && *externalStop)) {
     p11wire::WireSocket socket;
     auto result = listener_.Accept(kAcceptPollMs, &socket);
-    Reap();
+    // Before a new client is served, the clients whose processes have ended are cleaned up to the
+    // end: their sessions, and with them the token login the module shares among all our clients,
+    // are gone, as they would be for a separate process on a real module. (Left to their threads,
+    // the next process could log in while the last one's login still stood.)
+    Reap(result == p11wire::WireListener::AcceptResult::kAccepted);
     if (result == p11wire::WireListener::AcceptResult::kFailed) break;
     if (result != p11wire::WireListener::AcceptResult::kAccepted) continue;
     auto connection = std::make_unique<Connection>();

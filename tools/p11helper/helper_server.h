@@ -38,8 +38,9 @@ class HelperServer {
 
   // Serves one connection until it closes or breaks the protocol.
   void Serve(Connection* connection);
-  // Joins and drops the connections whose threads have ended.
-  void Reap();
+  // Joins and drops the connections whose threads have ended and, with `closedPeersToo`, those
+  // whose peer has closed (their threads end as soon as they read the close).
+  void Reap(bool closedPeersToo);
 
   Dispatcher* dispatcher_;
   p11wire::WireListener listener_;
