@@ -118,30 +118,30 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
       reinterpret_cast<void*>(GetProcAddress(dll.module, "FakeCardSetObjectBiasCounter")));
   ASSERT_TRUE(biasCounter != nullptr && setBiasCounter != nullptr);
   const uint32_t bias = biasCounter();
-  HCRYPTPROV prov = Open();
+  HCRYPTPROV mine = Open();
   HCRYPTPROV other = Open();  // draws the next bias
-  // Draws prov's bias again, as every context does once the counter has wrapped.
+  // Draws the first one's bias again, as every context does once the counter has wrapped.
   setBiasCounter(bias);
   HCRYPTPROV sharer = Open();
   HCRYPTKEY key = 0;
   HCRYPTHASH hash = 0;
-  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  ASSERT_TRUE(dll.GenKey(mine, CALG_RC4, 0, &key));
+  ASSERT_TRUE(dll.CreateHash(mine, CALG_SHA1, 0, 0, &hash));
   // Destroyed after the live ones were made, so they cannot share an address with them.
   HCRYPTKEY deadKey = 0;
   HCRYPTHASH deadHash = 0;
-  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &deadKey));
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &deadHash));
-  EXPECT_SUCCEEDS(dll.DestroyKey(prov, deadKey));
-  EXPECT_SUCCEEDS(dll.DestroyHash(prov, deadHash));
+  ASSERT_TRUE(dll.GenKey(mine, CALG_RC4, 0, &deadKey));
+  ASSERT_TRUE(dll.CreateHash(mine, CALG_SHA1, 0, 0, &deadHash));
+  EXPECT_SUCCEEDS(dll.DestroyKey(mine, deadKey));
+  EXPECT_SUCCEEDS(dll.DestroyHash(mine, deadHash));
   BYTE data[64] = {};
   DWORD length = sizeof(data);
 
   // Zero: invalid parameter.
-  EXPECT_FAILS_WITH(dll.DestroyKey(prov, 0), NTE_INVALID_PARAMETER);
-  EXPECT_FAILS_WITH(dll.HashData(prov, 0, data, 4, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.DestroyKey(mine, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.HashData(mine, 0, data, 4, 0), NTE_INVALID_PARAMETER);
   HCRYPTKEY scratch = 0;
-  EXPECT_FAILS_WITH(dll.DeriveKey(prov, CALG_RC4, 0, 0, &scratch), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.DeriveKey(mine, CALG_RC4, 0, 0, &scratch), NTE_INVALID_PARAMETER);
   // Another context's objects are unknown here, whether its bias differs or is the same.
   for (HCRYPTPROV stranger : {other, sharer}) {
     EXPECT_FAILS_WITH(dll.DestroyKey(stranger, key), NTE_INVALID_HANDLE);
@@ -151,32 +151,31 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
     HCRYPTHASH keyed = 0;
     EXPECT_FAILS_WITH(dll.CreateHash(stranger, CALG_SHA1, key, 0, &keyed), NTE_INVALID_HANDLE);
   }
-  EXPECT_SUCCEEDS(dll.HashData(prov, hash, data, 4, 0));
+  EXPECT_SUCCEEDS(dll.HashData(mine, hash, data, 4, 0));
   // Destroyed objects, garbage and near misses.
   for (HCRYPTKEY garbage : {deadKey, HCRYPTKEY{deadHash}, key + 1, key - 16, HCRYPTKEY{0x12345678}, ~HCRYPTKEY{0}}) {
-    EXPECT_FAILS_WITH(dll.DestroyKey(prov, garbage), NTE_INVALID_HANDLE);
-    EXPECT_FAILS_WITH(dll.HashSessionKey(prov, hash, garbage, 0), NTE_INVALID_HANDLE);
-    EXPECT_FAILS_WITH(dll.DestroyHash(prov, garbage), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.DestroyKey(mine, garbage), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.HashSessionKey(mine, hash, garbage, 0), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.DestroyHash(mine, garbage), NTE_INVALID_HANDLE);
     HCRYPTHASH unused = 0;
-    EXPECT_FAILS_WITH(dll.CreateHash(prov, CALG_SHA1, garbage, 0, &unused), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.CreateHash(mine, CALG_SHA1, garbage, 0, &unused), NTE_INVALID_HANDLE);
   }
   // Optional handles: a non-zero bad one is still an error.
   length = 8;
-  EXPECT_FAILS_WITH(dll.Encrypt(prov, key, 0x12345678, TRUE, 0, data, &length, sizeof(data)),
+  EXPECT_FAILS_WITH(dll.Encrypt(mine, key, 0x12345678, TRUE, 0, data, &length, sizeof(data)),
                     NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.ImportKey(prov, data, 8, 0x12345678, 0, &scratch), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.ImportKey(mine, data, 8, 0x12345678, 0, &scratch), NTE_INVALID_HANDLE);
   // Hash handle checked before the key handle.
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.VerifySignature(mine, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.VerifySignature(mine, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);
 
   // Each release frees what its own context made, once.
   EXPECT_SUCCEEDS(dll.ReleaseContext(sharer, 0));
   EXPECT_SUCCEEDS(dll.ReleaseContext(other, 0));
-  EXPECT_SUCCEEDS(dll.ReleaseContext(prov, 0));
+  EXPECT_SUCCEEDS(dll.ReleaseContext(mine, 0));
 }
 
 TEST_F(HandleValidation, DuplicateEntriesAreNotImplementedWhateverTheArguments) {
-  HCRYPTPROV prov = Open();
   HCRYPTHASH hash = 0;
   ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
   HCRYPTHASH copy = 0x77;
@@ -185,7 +184,6 @@ TEST_F(HandleValidation, DuplicateEntriesAreNotImplementedWhateverTheArguments) 
   EXPECT_FAILS_WITH(dll.DuplicateKey(0x1234, 0x5678, nullptr, 0xFFFFFFFF, nullptr),
                     ERROR_CALL_NOT_IMPLEMENTED);
   EXPECT_EQ(copy, 0x77u) << "the duplicate entries look at no argument";
-  dll.ReleaseContext(prov, 0);
 }
 
 }  // namespace
