@@ -21,55 +21,36 @@ struct Entry {
 };
 
 // Each entry called with arguments that would be acceptable with a valid context.
+// The arguments they share; the test sets entryLength to the buffer's size before each call.
+BYTE entryBuffer[512];
+DWORD entryLength;
+HCRYPTKEY entryKey;
+HCRYPTHASH entryHash;
+
 std::vector<Entry> ContextEntries() {
-  static BYTE buffer[512];
-  static DWORD length;
-  static HCRYPTKEY key;
-  static HCRYPTHASH hash;
   return {
       {"ReleaseContext", [](ProviderDll& d, HCRYPTPROV p) { return d.ReleaseContext(p, 0); }},
-      {"GenKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GenKey(p, CALG_RC4, 0, &key); }},
-      {"DeriveKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DeriveKey(p, CALG_RC4, 1, 0, &key); }},
+      {"GenKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GenKey(p, CALG_RC4, 0, &entryKey); }},
+      {"DeriveKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DeriveKey(p, CALG_RC4, 1, 0, &entryKey); }},
       {"DestroyKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DestroyKey(p, 1); }},
-      {"SetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetKeyParam(p, 1, KP_IV, buffer, 0); }},
-      {"GetKeyParam", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.GetKeyParam(p, 1, KP_ALGID, buffer, &length, 0);
-       }},
-      {"SetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetProvParam(p, PP_USE_HARDWARE_RNG, buffer, 0); }},
-      {"GetProvParam", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.GetProvParam(p, PP_VERSION, buffer, &length, 0);
-       }},
-      {"SetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetHashParam(p, 1, HP_HASHVAL, buffer, 0); }},
-      {"GetHashParam", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.GetHashParam(p, 1, HP_HASHVAL, buffer, &length, 0);
-       }},
-      {"ExportKey", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.ExportKey(p, 1, 0, PUBLICKEYBLOB, 0, buffer, &length);
-       }},
-      {"ImportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ImportKey(p, buffer, 8, 0, 0, &key); }},
-      {"Encrypt", [](ProviderDll& d, HCRYPTPROV p) {
-         length = 8;
-         return d.Encrypt(p, 1, 0, TRUE, 0, buffer, &length, sizeof(buffer));
-       }},
-      {"Decrypt", [](ProviderDll& d, HCRYPTPROV p) {
-         length = 8;
-         return d.Decrypt(p, 1, 0, TRUE, 0, buffer, &length);
-       }},
-      {"CreateHash", [](ProviderDll& d, HCRYPTPROV p) { return d.CreateHash(p, CALG_SHA1, 0, 0, &hash); }},
-      {"HashData", [](ProviderDll& d, HCRYPTPROV p) { return d.HashData(p, 1, buffer, 4, 0); }},
+      {"SetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetKeyParam(p, 1, KP_IV, entryBuffer, 0); }},
+      {"GetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.GetKeyParam(p, 1, KP_ALGID, entryBuffer, &entryLength, 0); }},
+      {"SetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetProvParam(p, PP_USE_HARDWARE_RNG, entryBuffer, 0); }},
+      {"GetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.GetProvParam(p, PP_VERSION, entryBuffer, &entryLength, 0); }},
+      {"SetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetHashParam(p, 1, HP_HASHVAL, entryBuffer, 0); }},
+      {"GetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.GetHashParam(p, 1, HP_HASHVAL, entryBuffer, &entryLength, 0); }},
+      {"ExportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ExportKey(p, 1, 0, PUBLICKEYBLOB, 0, entryBuffer, &entryLength); }},
+      {"ImportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ImportKey(p, entryBuffer, 8, 0, 0, &entryKey); }},
+      {"Encrypt", [](ProviderDll& d, HCRYPTPROV p) { return d.Encrypt(p, 1, 0, TRUE, 0, entryBuffer, &entryLength, sizeof(entryBuffer)); }},
+      {"Decrypt", [](ProviderDll& d, HCRYPTPROV p) { return d.Decrypt(p, 1, 0, TRUE, 0, entryBuffer, &entryLength); }},
+      {"CreateHash", [](ProviderDll& d, HCRYPTPROV p) { return d.CreateHash(p, CALG_SHA1, 0, 0, &entryHash); }},
+      {"HashData", [](ProviderDll& d, HCRYPTPROV p) { return d.HashData(p, 1, entryBuffer, 4, 0); }},
       {"HashSessionKey", [](ProviderDll& d, HCRYPTPROV p) { return d.HashSessionKey(p, 1, 1, 0); }},
-      {"SignHash", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.SignHash(p, 1, AT_SIGNATURE, nullptr, 0, buffer, &length);
-       }},
+      {"SignHash", [](ProviderDll& d, HCRYPTPROV p) { return d.SignHash(p, 1, AT_SIGNATURE, nullptr, 0, entryBuffer, &entryLength); }},
       {"DestroyHash", [](ProviderDll& d, HCRYPTPROV p) { return d.DestroyHash(p, 1); }},
-      {"VerifySignature", [](ProviderDll& d, HCRYPTPROV p) { return d.VerifySignature(p, 1, buffer, 128, 1, nullptr, 0); }},
-      {"GenRandom", [](ProviderDll& d, HCRYPTPROV p) { return d.GenRandom(p, 16, buffer); }},
-      {"GetUserKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GetUserKey(p, AT_SIGNATURE, &key); }},
+      {"VerifySignature", [](ProviderDll& d, HCRYPTPROV p) { return d.VerifySignature(p, 1, entryBuffer, 128, 1, nullptr, 0); }},
+      {"GenRandom", [](ProviderDll& d, HCRYPTPROV p) { return d.GenRandom(p, 16, entryBuffer); }},
+      {"GetUserKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GetUserKey(p, AT_SIGNATURE, &entryKey); }},
   };
 }
 
@@ -85,6 +66,7 @@ TEST_F(HandleValidation, BadContextHandlesForEveryEntry) {
   for (const Entry& e : ContextEntries()) {
     for (const auto& [prov, error] : cases) {
       SCOPED_TRACE(std::string(e.name) + " with " + std::to_string(prov));
+      entryLength = sizeof(entryBuffer);
       EXPECT_FAILS_WITH(e.call(dll, prov), error);
     }
   }
