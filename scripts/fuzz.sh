@@ -11,7 +11,7 @@ build=${NIVRA_BUILD_DIR:-$top/build}/fuzz
 seconds=${1:-60}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(rsa_der_fuzz oaep_decode_fuzz frames_fuzz)
+[ ${#targets[@]} -gt 0 ] || targets=(rsa_fuzz frames_fuzz)
 [ -f "$build/build.ninja" ] ||
   CC=clang CXX=clang++ cmake -S "$top" -B "$build" -G Ninja -DNIVRA_FUZZ=ON >/dev/null
 cmake --build "$build" --target "${targets[@]}" -j "$jobs"

@@ -1,4 +1,4 @@
-// The modes' own rules. CTR: the final encrypts the tail and reports the room it needs. MACs:
+// The modes' own rules. Finals without room: CTR's tail, a padded decryption's data. MACs:
 // encrypt only, buffer needs of updates and the tag, unknown modes. Padding rules of the ECB and
 // CBC finals: the bytes each rule adds (read back by decrypting without padding), what each rule
 // accepts on decryption, and what a failed check hands back. The CTR stream, PKCS#7 and the tags
@@ -14,20 +14,6 @@ namespace {
 using namespace nivra::crypto;
 
 const Bytes kKey = Hex("0123456789abcdeffedcba9876543210");
-
-TEST(CipherCtr, FinalReportsTheTailLengthItNeeds) {
-  const Bytes msg(13, 0x5A);
-  ScopedCipher c(kKey, CipherModeWord(kCipherModeCtr, kCipherPadNone), Hex("a0a1a2a3a4a5a6a7"));
-  const Bytes expected = RunMessage(c.get(), msg, true).out;
-  Bytes out(16);
-  size_t len = out.size();
-  ASSERT_EQ(CipherUpdate(c.get(), msg.data(), msg.size(), out.data(), &len, true), kOk);
-  ASSERT_EQ(len, 8u);
-  len = 4;
-  EXPECT_EQ(CipherFinal(c.get(), out.data() + 8, &len), kErrBufferTooSmall);
-  EXPECT_EQ(len, 5u);
-  EXPECT_EQ(RunMessage(c.get(), msg, true).out, expected) << "the failed final rewound the context";
-}
 
 TEST(CipherMac, MacModesOnlyEncryptAndNeedRoomForEveryBlock) {
   for (uint16_t mode : {kCipherModeCmac, kCipherModeIsoMac3, kCipherModeCbcMac}) {
@@ -156,26 +142,34 @@ TEST(CipherPadding, WhatEachRuleAccepts) {
   }
 }
 
-// Without room the final reports what it needs: the data length after good padding, the whole
-// block after a failed check (and writes nothing).
-TEST(CipherPadding, FinalWithoutRoomReportsTheLengthItNeeds) {
+// Without room the final reports what it needs and writes nothing: CTR the tail of the stream, a
+// padded decryption the data length after good padding and the whole block after a failed
+// check. The failed final still rewinds the context: the same message then gives the same output.
+TEST(CipherFinal, FinalWithoutRoomReportsTheLengthItNeeds) {
   const struct {
-    const char* block;
+    uint16_t mode, padding;
+    Bytes in;
+    bool encrypt;
     size_t capacity;
     Status status;
-    size_t needed;
-  } cases[] = {{"0102030405030303", 4, kErrBufferTooSmall, 5}, {"0102030405060700", 7, kErrPaddingCheck, 8}};
+    size_t updated, needed;
+  } cases[] = {{kCipherModeCtr, kCipherPadNone, Bytes(13, 0x5A), true, 4, kErrBufferTooSmall, 8, 5},
+               {kCipherModeEcb, kCipherPadPkcs7, Raw(Hex("0102030405030303"), true), false, 4, kErrBufferTooSmall, 0, 5},
+               {kCipherModeEcb, kCipherPadPkcs7, Raw(Hex("0102030405060700"), true), false, 7, kErrPaddingCheck, 0, 8}};
   for (const auto& t : cases) {
-    const Bytes cipher = Raw(Hex(t.block), true);
-    ScopedCipher c(kKey, CipherModeWord(kCipherModeEcb, kCipherPadPkcs7));
-    Bytes out(8, 0xEE);
+    ScopedCipher c(kKey, CipherModeWord(t.mode, t.padding), Hex("a0a1a2a3a4a5a6a7"));
+    const MessageRun whole = RunMessage(c.get(), t.in, t.encrypt);
+    Bytes out(16, 0xEE);
     size_t len = out.size();
-    ASSERT_EQ(CipherUpdate(c.get(), cipher.data(), 8, out.data(), &len, false), kOk);
-    EXPECT_EQ(len, 0u);
+    ASSERT_EQ(CipherUpdate(c.get(), t.in.data(), t.in.size(), out.data(), &len, t.encrypt), kOk);
+    EXPECT_EQ(len, t.updated) << t.mode;
     len = t.capacity;
-    EXPECT_EQ(CipherFinal(c.get(), out.data(), &len), t.status) << t.block;
-    EXPECT_EQ(len, t.needed) << t.block;
-    EXPECT_EQ(out, Bytes(8, 0xEE)) << t.block;
+    EXPECT_EQ(CipherFinal(c.get(), out.data() + t.updated, &len), t.status) << t.mode;
+    EXPECT_EQ(len, t.needed) << t.mode;
+    EXPECT_EQ(Bytes(out.begin() + t.updated, out.end()), Bytes(16 - t.updated, 0xEE)) << t.mode;
+    const MessageRun again = RunMessage(c.get(), t.in, t.encrypt);
+    EXPECT_EQ(again.out, whole.out) << "the failed final rewound the context";
+    EXPECT_EQ(again.final, whole.final);
   }
 }
 

@@ -12,15 +12,6 @@ namespace {
 
 class CardPaths : public FakeCardProvider {
  protected:
-  void SetUp() override {
-    FakeCardProvider::SetUp();
-    if (HasFatalFailure()) return;
-    prov = Open();
-  }
-  void TearDown() override {
-    if (prov != 0) dll.ReleaseContext(prov, 0);
-  }
-
   // A hash of "abc" in the provider; *value receives Wine's own value of it.
   HCRYPTHASH HashOf(ALG_ID alg, Bytes* value) {
     HCRYPTHASH hash = 0;
@@ -31,7 +22,6 @@ class CardPaths : public FakeCardProvider {
   }
 
   const Bytes kAbc = {'a', 'b', 'c'};
-  HCRYPTPROV prov = 0;
 };
 
 TEST_F(CardPaths, SignatureInputAndLengthProtocol) {

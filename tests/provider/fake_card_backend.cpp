@@ -8,7 +8,6 @@
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "provider/card_backend.h"
 #include "provider/module_state.h"
@@ -28,13 +27,7 @@ struct FakeState {
   uint32_t deviceCount[4] = {};  // per kind
   std::string containerOn;       // device that holds the container (silent search)
   Status openResult = kOk;
-  uint32_t lastOpenFlags = 0;
-  uint32_t lastKeySpec = 0;
-  uint32_t lastMode = 0;
-  std::vector<uint8_t> lastInput;
-  uint32_t genKeyBits = 0;
-  uint32_t closeCount = 0;
-  std::string lastPin;
+  FakeCardRecord record = {};    // what reached the card
 };
 
 FakeState& State() {
@@ -83,7 +76,7 @@ class FakeBackend : public CardBackend {
   Status OpenContainer(ProviderContext& ctx, uint32_t flags) override {
     Status status = OpenContextLock(ctx, "NivraCSP_Fake_" + ctx.device->Name());
     std::lock_guard<std::mutex> lock(State().mutex);
-    State().lastOpenFlags = flags;
+    State().record.openFlags = flags;
     return status != kOk ? status : State().openResult;
   }
 
@@ -100,7 +93,7 @@ class FakeBackend : public CardBackend {
 
   void CloseSession(ProviderContext&) override {
     std::lock_guard<std::mutex> lock(State().mutex);
-    ++State().closeCount;
+    ++State().record.closeCount;
   }
 
   Status LoadKeyPair(ProviderContext& ctx, uint32_t keySpec) override {
@@ -113,8 +106,8 @@ class FakeBackend : public CardBackend {
 
   Status GenKeyPair(ProviderContext& ctx, uint32_t keySpec, uint32_t bits) override {
     std::lock_guard<std::mutex> lock(State().mutex);
-    State().genKeyBits = bits;
-    State().lastKeySpec = keySpec;
+    State().record.genKeyBits = bits;
+    State().record.keySpec = keySpec;
     return kOk;
   }
 
@@ -122,9 +115,11 @@ class FakeBackend : public CardBackend {
   Status PrivateKeyOp(ProviderContext&, uint32_t keySpec, uint32_t mode, const uint8_t* in,
                       uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
     std::lock_guard<std::mutex> lock(State().mutex);
-    State().lastKeySpec = keySpec;
-    State().lastMode = mode;
-    State().lastInput.assign(in, in + inLen);
+    FakeCardRecord& record = State().record;
+    record.keySpec = keySpec;
+    record.mode = mode;
+    record.inputLength = inLen < sizeof(record.input) ? inLen : sizeof(record.input);
+    std::memcpy(record.input, in, record.inputLength);
     if (*outLen < kFakeModulusBytes) return kErrMoreData;
     std::memset(out, 0x5A, kFakeModulusBytes);
     *outLen = kFakeModulusBytes;
@@ -133,8 +128,11 @@ class FakeBackend : public CardBackend {
 
   Status VerifyPin(ProviderContext&, const uint8_t* pin, uint32_t len) override {
     std::lock_guard<std::mutex> lock(State().mutex);
-    State().lastPin.assign(reinterpret_cast<const char*>(pin), len);
-    return State().lastPin == "0000" ? kScardWrongChv : kOk;
+    char* last = State().record.lastPin;
+    const uint32_t kept = len < sizeof(State().record.lastPin) ? len : sizeof(State().record.lastPin) - 1;
+    std::memcpy(last, pin, kept);
+    last[kept] = 0;
+    return std::strcmp(last, "0000") == 0 ? kScardWrongChv : kOk;
   }
 
  private:
@@ -160,9 +158,7 @@ extern "C" __declspec(dllexport) void FakeCardReset(uint32_t serviceCardCount,
   s.deviceCount[BackendBluetoothCard] = bluetoothCardCount;
   s.containerOn = containerOn != nullptr ? containerOn : "";
   s.openResult = kOk;
-  s.lastOpenFlags = s.lastKeySpec = s.lastMode = s.genKeyBits = s.closeCount = 0;
-  s.lastInput.clear();
-  s.lastPin.clear();
+  s.record = {};
 }
 
 extern "C" __declspec(dllexport) void FakeCardSetOpenResult(uint32_t status) {
@@ -171,17 +167,8 @@ extern "C" __declspec(dllexport) void FakeCardSetOpenResult(uint32_t status) {
 }
 
 extern "C" __declspec(dllexport) void FakeCardRecordGet(FakeCardRecord* out) {
-  FakeState& s = State();
-  std::lock_guard<std::mutex> lock(s.mutex);
-  std::memset(out, 0, sizeof(*out));
-  out->keySpec = s.lastKeySpec;
-  out->mode = s.lastMode;
-  out->openFlags = s.lastOpenFlags;
-  out->genKeyBits = s.genKeyBits;
-  out->closeCount = s.closeCount;
-  out->inputLength = static_cast<uint32_t>(s.lastInput.size());
-  std::memcpy(out->input, s.lastInput.data(), s.lastInput.size() < sizeof(out->input) ? s.lastInput.size() : sizeof(out->input));
-  std::strncpy(out->lastPin, s.lastPin.c_str(), sizeof(out->lastPin) - 1);
+  std::lock_guard<std::mutex> lock(State().mutex);
+  *out = State().record;
 }
 
 // The object-bias counter, read and set: a test rewinds it to give a second context the bias of a

@@ -21,55 +21,36 @@ struct Entry {
 };
 
 // Each entry called with arguments that would be acceptable with a valid context.
+// The arguments they share; the test sets entryLength to the buffer's size before each call.
+BYTE entryBuffer[512];
+DWORD entryLength;
+HCRYPTKEY entryKey;
+HCRYPTHASH entryHash;
+
 std::vector<Entry> ContextEntries() {
-  static BYTE buffer[512];
-  static DWORD length;
-  static HCRYPTKEY key;
-  static HCRYPTHASH hash;
   return {
       {"ReleaseContext", [](ProviderDll& d, HCRYPTPROV p) { return d.ReleaseContext(p, 0); }},
-      {"GenKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GenKey(p, CALG_RC4, 0, &key); }},
-      {"DeriveKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DeriveKey(p, CALG_RC4, 1, 0, &key); }},
+      {"GenKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GenKey(p, CALG_RC4, 0, &entryKey); }},
+      {"DeriveKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DeriveKey(p, CALG_RC4, 1, 0, &entryKey); }},
       {"DestroyKey", [](ProviderDll& d, HCRYPTPROV p) { return d.DestroyKey(p, 1); }},
-      {"SetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetKeyParam(p, 1, KP_IV, buffer, 0); }},
-      {"GetKeyParam", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.GetKeyParam(p, 1, KP_ALGID, buffer, &length, 0);
-       }},
-      {"SetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetProvParam(p, PP_USE_HARDWARE_RNG, buffer, 0); }},
-      {"GetProvParam", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.GetProvParam(p, PP_VERSION, buffer, &length, 0);
-       }},
-      {"SetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetHashParam(p, 1, HP_HASHVAL, buffer, 0); }},
-      {"GetHashParam", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.GetHashParam(p, 1, HP_HASHVAL, buffer, &length, 0);
-       }},
-      {"ExportKey", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.ExportKey(p, 1, 0, PUBLICKEYBLOB, 0, buffer, &length);
-       }},
-      {"ImportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ImportKey(p, buffer, 8, 0, 0, &key); }},
-      {"Encrypt", [](ProviderDll& d, HCRYPTPROV p) {
-         length = 8;
-         return d.Encrypt(p, 1, 0, TRUE, 0, buffer, &length, sizeof(buffer));
-       }},
-      {"Decrypt", [](ProviderDll& d, HCRYPTPROV p) {
-         length = 8;
-         return d.Decrypt(p, 1, 0, TRUE, 0, buffer, &length);
-       }},
-      {"CreateHash", [](ProviderDll& d, HCRYPTPROV p) { return d.CreateHash(p, CALG_SHA1, 0, 0, &hash); }},
-      {"HashData", [](ProviderDll& d, HCRYPTPROV p) { return d.HashData(p, 1, buffer, 4, 0); }},
+      {"SetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetKeyParam(p, 1, KP_IV, entryBuffer, 0); }},
+      {"GetKeyParam", [](ProviderDll& d, HCRYPTPROV p) { return d.GetKeyParam(p, 1, KP_ALGID, entryBuffer, &entryLength, 0); }},
+      {"SetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetProvParam(p, PP_USE_HARDWARE_RNG, entryBuffer, 0); }},
+      {"GetProvParam", [](ProviderDll& d, HCRYPTPROV p) { return d.GetProvParam(p, PP_VERSION, entryBuffer, &entryLength, 0); }},
+      {"SetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.SetHashParam(p, 1, HP_HASHVAL, entryBuffer, 0); }},
+      {"GetHashParam", [](ProviderDll& d, HCRYPTPROV p) { return d.GetHashParam(p, 1, HP_HASHVAL, entryBuffer, &entryLength, 0); }},
+      {"ExportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ExportKey(p, 1, 0, PUBLICKEYBLOB, 0, entryBuffer, &entryLength); }},
+      {"ImportKey", [](ProviderDll& d, HCRYPTPROV p) { return d.ImportKey(p, entryBuffer, 8, 0, 0, &entryKey); }},
+      {"Encrypt", [](ProviderDll& d, HCRYPTPROV p) { return d.Encrypt(p, 1, 0, TRUE, 0, entryBuffer, &entryLength, sizeof(entryBuffer)); }},
+      {"Decrypt", [](ProviderDll& d, HCRYPTPROV p) { return d.Decrypt(p, 1, 0, TRUE, 0, entryBuffer, &entryLength); }},
+      {"CreateHash", [](ProviderDll& d, HCRYPTPROV p) { return d.CreateHash(p, CALG_SHA1, 0, 0, &entryHash); }},
+      {"HashData", [](ProviderDll& d, HCRYPTPROV p) { return d.HashData(p, 1, entryBuffer, 4, 0); }},
       {"HashSessionKey", [](ProviderDll& d, HCRYPTPROV p) { return d.HashSessionKey(p, 1, 1, 0); }},
-      {"SignHash", [](ProviderDll& d, HCRYPTPROV p) {
-         length = sizeof(buffer);
-         return d.SignHash(p, 1, AT_SIGNATURE, nullptr, 0, buffer, &length);
-       }},
+      {"SignHash", [](ProviderDll& d, HCRYPTPROV p) { return d.SignHash(p, 1, AT_SIGNATURE, nullptr, 0, entryBuffer, &entryLength); }},
       {"DestroyHash", [](ProviderDll& d, HCRYPTPROV p) { return d.DestroyHash(p, 1); }},
-      {"VerifySignature", [](ProviderDll& d, HCRYPTPROV p) { return d.VerifySignature(p, 1, buffer, 128, 1, nullptr, 0); }},
-      {"GenRandom", [](ProviderDll& d, HCRYPTPROV p) { return d.GenRandom(p, 16, buffer); }},
-      {"GetUserKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GetUserKey(p, AT_SIGNATURE, &key); }},
+      {"VerifySignature", [](ProviderDll& d, HCRYPTPROV p) { return d.VerifySignature(p, 1, entryBuffer, 128, 1, nullptr, 0); }},
+      {"GenRandom", [](ProviderDll& d, HCRYPTPROV p) { return d.GenRandom(p, 16, entryBuffer); }},
+      {"GetUserKey", [](ProviderDll& d, HCRYPTPROV p) { return d.GetUserKey(p, AT_SIGNATURE, &entryKey); }},
   };
 }
 
@@ -85,6 +66,7 @@ TEST_F(HandleValidation, BadContextHandlesForEveryEntry) {
   for (const Entry& e : ContextEntries()) {
     for (const auto& [prov, error] : cases) {
       SCOPED_TRACE(std::string(e.name) + " with " + std::to_string(prov));
+      entryLength = sizeof(entryBuffer);
       EXPECT_FAILS_WITH(e.call(dll, prov), error);
     }
   }
@@ -118,23 +100,30 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
       reinterpret_cast<void*>(GetProcAddress(dll.module, "FakeCardSetObjectBiasCounter")));
   ASSERT_TRUE(biasCounter != nullptr && setBiasCounter != nullptr);
   const uint32_t bias = biasCounter();
-  HCRYPTPROV prov = Open();
+  HCRYPTPROV mine = Open();
   HCRYPTPROV other = Open();  // draws the next bias
-  // Draws prov's bias again, as every context does once the counter has wrapped.
+  // Draws the first one's bias again, as every context does once the counter has wrapped.
   setBiasCounter(bias);
   HCRYPTPROV sharer = Open();
   HCRYPTKEY key = 0;
   HCRYPTHASH hash = 0;
-  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
+  ASSERT_TRUE(dll.GenKey(mine, CALG_RC4, 0, &key));
+  ASSERT_TRUE(dll.CreateHash(mine, CALG_SHA1, 0, 0, &hash));
+  // Destroyed after the live ones were made, so they cannot share an address with them.
+  HCRYPTKEY deadKey = 0;
+  HCRYPTHASH deadHash = 0;
+  ASSERT_TRUE(dll.GenKey(mine, CALG_RC4, 0, &deadKey));
+  ASSERT_TRUE(dll.CreateHash(mine, CALG_SHA1, 0, 0, &deadHash));
+  EXPECT_SUCCEEDS(dll.DestroyKey(mine, deadKey));
+  EXPECT_SUCCEEDS(dll.DestroyHash(mine, deadHash));
   BYTE data[64] = {};
   DWORD length = sizeof(data);
 
   // Zero: invalid parameter.
-  EXPECT_FAILS_WITH(dll.DestroyKey(prov, 0), NTE_INVALID_PARAMETER);
-  EXPECT_FAILS_WITH(dll.HashData(prov, 0, data, 4, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.DestroyKey(mine, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.HashData(mine, 0, data, 4, 0), NTE_INVALID_PARAMETER);
   HCRYPTKEY scratch = 0;
-  EXPECT_FAILS_WITH(dll.DeriveKey(prov, CALG_RC4, 0, 0, &scratch), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.DeriveKey(mine, CALG_RC4, 0, 0, &scratch), NTE_INVALID_PARAMETER);
   // Another context's objects are unknown here, whether its bias differs or is the same.
   for (HCRYPTPROV stranger : {other, sharer}) {
     EXPECT_FAILS_WITH(dll.DestroyKey(stranger, key), NTE_INVALID_HANDLE);
@@ -144,51 +133,31 @@ TEST_F(HandleValidation, KeyAndHashHandlesAreCheckedAgainstTheNamedContext) {
     HCRYPTHASH keyed = 0;
     EXPECT_FAILS_WITH(dll.CreateHash(stranger, CALG_SHA1, key, 0, &keyed), NTE_INVALID_HANDLE);
   }
-  EXPECT_SUCCEEDS(dll.HashData(prov, hash, data, 4, 0));
-  // Garbage and near misses.
-  for (HCRYPTKEY garbage : {key + 1, key - 16, HCRYPTKEY{0x12345678}, ~HCRYPTKEY{0}}) {
-    EXPECT_FAILS_WITH(dll.DestroyKey(prov, garbage), NTE_INVALID_HANDLE);
-    EXPECT_FAILS_WITH(dll.HashSessionKey(prov, hash, garbage, 0), NTE_INVALID_HANDLE);
-    EXPECT_FAILS_WITH(dll.DestroyHash(prov, garbage), NTE_INVALID_HANDLE);
+  EXPECT_SUCCEEDS(dll.HashData(mine, hash, data, 4, 0));
+  // Destroyed objects, garbage and near misses.
+  for (HCRYPTKEY garbage : {deadKey, HCRYPTKEY{deadHash}, key + 1, key - 16, HCRYPTKEY{0x12345678}, ~HCRYPTKEY{0}}) {
+    EXPECT_FAILS_WITH(dll.DestroyKey(mine, garbage), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.HashSessionKey(mine, hash, garbage, 0), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.DestroyHash(mine, garbage), NTE_INVALID_HANDLE);
     HCRYPTHASH unused = 0;
-    EXPECT_FAILS_WITH(dll.CreateHash(prov, CALG_SHA1, garbage, 0, &unused), NTE_INVALID_HANDLE);
+    EXPECT_FAILS_WITH(dll.CreateHash(mine, CALG_SHA1, garbage, 0, &unused), NTE_INVALID_HANDLE);
   }
   // Optional handles: a non-zero bad one is still an error.
   length = 8;
-  EXPECT_FAILS_WITH(dll.Encrypt(prov, key, 0x12345678, TRUE, 0, data, &length, sizeof(data)),
+  EXPECT_FAILS_WITH(dll.Encrypt(mine, key, 0x12345678, TRUE, 0, data, &length, sizeof(data)),
                     NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.ImportKey(prov, data, 8, 0x12345678, 0, &scratch), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.ImportKey(mine, data, 8, 0x12345678, 0, &scratch), NTE_INVALID_HANDLE);
   // Hash handle checked before the key handle.
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);
+  EXPECT_FAILS_WITH(dll.VerifySignature(mine, 0x1234, data, 8, 0, nullptr, 0), NTE_INVALID_HANDLE);
+  EXPECT_FAILS_WITH(dll.VerifySignature(mine, hash, data, 8, 0, nullptr, 0), NTE_INVALID_PARAMETER);
 
   // Each release frees what its own context made, once.
   EXPECT_SUCCEEDS(dll.ReleaseContext(sharer, 0));
   EXPECT_SUCCEEDS(dll.ReleaseContext(other, 0));
-  EXPECT_SUCCEEDS(dll.ReleaseContext(prov, 0));
-}
-
-TEST_F(HandleValidation, DestroyedObjectsAreInvalidAfterwards) {
-  HCRYPTPROV prov = Open();
-  HCRYPTKEY key = 0;
-  HCRYPTHASH hash = 0;
-  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
-  EXPECT_SUCCEEDS(dll.DestroyKey(prov, key));
-  EXPECT_SUCCEEDS(dll.DestroyHash(prov, hash));
-  EXPECT_FAILS_WITH(dll.DestroyKey(prov, key), NTE_INVALID_HANDLE);
-  EXPECT_FAILS_WITH(dll.DestroyHash(prov, hash), NTE_INVALID_HANDLE);
-  // Objects still listed at release are destroyed with their context.
-  ASSERT_TRUE(dll.GenKey(prov, CALG_RC4, 0, &key));
-  ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
-  EXPECT_SUCCEEDS(dll.ReleaseContext(prov, 0));
-  HCRYPTPROV next = Open();
-  EXPECT_FAILS_WITH(dll.DestroyKey(next, key), NTE_INVALID_HANDLE);
-  dll.ReleaseContext(next, 0);
+  EXPECT_SUCCEEDS(dll.ReleaseContext(mine, 0));
 }
 
 TEST_F(HandleValidation, DuplicateEntriesAreNotImplementedWhateverTheArguments) {
-  HCRYPTPROV prov = Open();
   HCRYPTHASH hash = 0;
   ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
   HCRYPTHASH copy = 0x77;
@@ -197,7 +166,6 @@ TEST_F(HandleValidation, DuplicateEntriesAreNotImplementedWhateverTheArguments) 
   EXPECT_FAILS_WITH(dll.DuplicateKey(0x1234, 0x5678, nullptr, 0xFFFFFFFF, nullptr),
                     ERROR_CALL_NOT_IMPLEMENTED);
   EXPECT_EQ(copy, 0x77u) << "the duplicate entries look at no argument";
-  dll.ReleaseContext(prov, 0);
 }
 
 }  // namespace

@@ -40,20 +40,14 @@ DWORD RunProgram(const std::wstring& commandLine, DWORD timeoutMs = 60000) {
 }
 
 bool ReadRegistration(const wchar_t* name, std::wstring* imagePath, DWORD* type, DWORD* sigInFile) {
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kRegistryBase) + name).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
-    return false;
-  }
+  const std::wstring key = std::wstring(kRegistryBase) + name;
   wchar_t path[MAX_PATH] = {};
-  DWORD size = sizeof(path);
-  RegQueryValueExW(key, L"Image Path", nullptr, nullptr, reinterpret_cast<BYTE*>(path), &size);
+  DWORD size = sizeof(path), dwordSize = sizeof(DWORD);
+  const bool found = RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Image Path", RRF_RT_REG_SZ, nullptr, path, &size) == ERROR_SUCCESS;
+  RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Type", RRF_RT_REG_DWORD, nullptr, type, &dwordSize);
+  RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"SigInFile", RRF_RT_REG_DWORD, nullptr, sigInFile, &dwordSize);
   *imagePath = path;
-  size = sizeof(DWORD);
-  RegQueryValueExW(key, L"Type", nullptr, nullptr, reinterpret_cast<BYTE*>(type), &size);
-  size = sizeof(DWORD);
-  RegQueryValueExW(key, L"SigInFile", nullptr, nullptr, reinterpret_cast<BYTE*>(sigInFile), &size);
-  RegCloseKey(key);
-  return true;
+  return found;
 }
 
 DWORD AcquireThroughLoader(const wchar_t* container, const wchar_t* provider, DWORD flags,

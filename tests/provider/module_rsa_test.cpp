@@ -57,9 +57,6 @@ class ModuleRsa : public FakeCardProvider {
   void SetUp() override {
     FakeCardProvider::SetUp();
     if (HasFatalFailure()) return;
-    prov = Open();
-    wine = OpenWineSoftwareProvider();
-    ASSERT_NE(wine, 0u);
     ASSERT_TRUE(CryptGenKey(wine, AT_KEYEXCHANGE, (1024u << 16) | CRYPT_EXPORTABLE, &winePair));
     DWORD length = 0;
     ASSERT_TRUE(CryptExportKey(winePair, 0, PUBLICKEYBLOB, 0, nullptr, &length));
@@ -69,12 +66,9 @@ class ModuleRsa : public FakeCardProvider {
   }
   void TearDown() override {
     if (winePair != 0) CryptDestroyKey(winePair);
-    if (wine != 0) CryptReleaseContext(wine, 0);
-    if (prov != 0) dll.ReleaseContext(prov, 0);
+    FakeCardProvider::TearDown();
   }
 
-  HCRYPTPROV prov = 0;
-  HCRYPTPROV wine = 0;
   HCRYPTKEY winePair = 0;
   HCRYPTKEY moduleKey = 0;
   Bytes publicBlob;

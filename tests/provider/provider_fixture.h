@@ -27,12 +27,21 @@ inline Bytes WineHash(ALG_ID alg, const Bytes& data) {
   return value;
 }
 
+// The test-card build with one service card, a context on it, and Wine's software provider for
+// cross-checks.
 class FakeCardProvider : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string error;
     ASSERT_TRUE(dll.Load(kFakeCardDll, "NivraCP", &error)) << error;
     dll.FakeReset(1, 0, "svc0");
+    prov = Open();
+    wine = OpenWineSoftwareProvider();
+    ASSERT_NE(wine, 0u);
+  }
+  void TearDown() override {
+    if (prov != 0) dll.ReleaseContext(prov, 0);
+    if (wine != 0) CryptReleaseContext(wine, 0);
   }
 
   // Acquires a context on the first service card ("\\?\svc0\<container>"); fails the test if
@@ -60,6 +69,8 @@ class FakeCardProvider : public ::testing::Test {
   }
 
   ProviderDll dll;
+  HCRYPTPROV prov = 0;
+  HCRYPTPROV wine = 0;
 };
 
 // Checks a BOOL entry result and the last error it left.
