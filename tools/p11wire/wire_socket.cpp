@@ -1,5 +1,6 @@
 #include "tools/p11wire/wire_socket.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -26,6 +27,8 @@ using NativeSocket = SOCKET;
 constexpr int kSendFlags = 0;
 void CloseNative(NativeSocket s) { closesocket(s); }
 constexpr int kShutdownBoth = SD_BOTH;
+constexpr int kPeekFlags = MSG_PEEK;
+bool WouldBlock() { return WSAGetLastError() == WSAEWOULDBLOCK; }
 // Windows Sockets must be started once per process before the first socket call.
 void StartSockets() {
   static std::once_flag once;
@@ -40,6 +43,10 @@ using NativeSocket = int;
 constexpr int kSendFlags = MSG_NOSIGNAL;
 void CloseNative(NativeSocket s) { close(s); }
 constexpr int kShutdownBoth = SHUT_RDWR;
+// The helper looks at a connection that another thread reads: a look must never wait for data
+// that thread took in the meantime.
+constexpr int kPeekFlags = MSG_PEEK | MSG_DONTWAIT;
+bool WouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
 void StartSockets() {}
 #endif
 
@@ -162,7 +169,9 @@ bool WireSocket::PeerClosed() {
   if (ready < 0) return true;
   if (ready == 0) return false;
   char probe;
-  return recv(ToNative(handle_), &probe, 1, MSG_PEEK) <= 0;
+  int received = recv(ToNative(handle_), &probe, 1, kPeekFlags);
+  if (received < 0 && WouldBlock()) return false;
+  return received <= 0;
 }
 
 void WireSocket::Shutdown() {
