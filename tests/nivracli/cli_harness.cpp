@@ -1,7 +1,6 @@
 #include "cli_harness.h"
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -72,13 +71,7 @@ Outcome CliTest::Probe(const std::vector<std::string>& args) { return Wine("nivr
 Outcome CliTest::Wine(const std::string& program, const std::vector<std::string>& args) {
   std::string command = "setarch x86_64 -R wine " + Quoted(windowsBuild_ + "/" + program);
   for (const std::string& a : args) command += " " + Quoted(a);
-  Outcome run = Native(command, true);
-  // The program's connections to the helper close with its process, but Wine's server lets go of
-  // them a moment later; until then the helper keeps the program's sessions, and with them the
-  // token login the next program would meet (and C_InitToken would refuse). Wait until it let go.
-  for (int i = 0; i < 500 && Native(Quoted(Env("NIVRA_HELPER")) + " --ctl " + helper_ + " clients", true).out != "0\n"; ++i)
-    usleep(20000);
-  return run;
+  return Native(command, true);
 }
 
 Outcome CliTest::Native(const std::string& command, bool mayFail) {

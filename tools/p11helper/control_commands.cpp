@@ -194,8 +194,6 @@ using Words = std::vector<std::string>;
 
 const Dispatcher::ControlCommand Dispatcher::kControlCommands[] = {
     {"ping", NoArguments, [](Dispatcher&, const Words&, uint32_t*) -> std::string { return "pong"; }},
-    {"clients", NoArguments,
-     [](Dispatcher& d, const Words&, uint32_t*) { return std::to_string(d.state_.clients.size()); }},
     {"reset", NoArguments,
      [](Dispatcher& d, const Words&, uint32_t*) -> std::string {
        d.ResetInjections();
