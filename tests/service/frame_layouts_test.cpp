@@ -169,61 +169,73 @@ TEST(FrameLayouts, BuildersRefuseWhatTheWireCannotCarry) {
   }
 }
 
-// Frames and their outer bodies: every length that contradicts the header or the layout.
-TEST(FrameLayouts, OuterFramesWhoseLengthsContradictTheirLayout) {
+// Frames and bodies that contradict their header or layout, one row per rule: the whole frame,
+// the slot and device wrappers and key offers the service reads, card requests, device and card
+// lists, and a service card's answers (each checked for its own command).
+TEST(FrameLayouts, MalformedFramesAreRefused) {
   const Bytes frame = {0x01, 0x70, 0x02, 0x00, 0, 0, 0, 0, 0x01, 0x02};
-  const Bytes slotFrame = {7, 0, 0, 0, 0x11, 0x20, 0, 0, 0, 0, 0, 0};
+  const Bytes slotFrame = {7, 0, 0, 0, 0x11, 0x20, 0, 0, 0, 0, 0, 0, 0};
   const Bytes deviceFrame = At(48, {{0, Text("dev")}, {40, {0x11, 0x20}}});
-  const Bytes slotRecord(kSlotRecordSize, 'x');  // a name without its NUL is cut inside its field
+  Bytes device = At(62, {{0, {1}}, {2, Text("dev")}});
+  Bytes unterminated = device;
+  std::fill(unterminated.begin() + 2, unterminated.begin() + 42, 'x');
+  const Bytes refusedKey = {0x01, 0x90, 0, 0, 0x2A, 0, 0x10, 0x80};
+  const Bytes ack = {0x02, 0x90, 0, 0, 0, 0, 0, 0};
   FrameView view;
   uint32_t slotId = 0;
   std::string name;
-  SlotRecord record;
+  CardRequest request;
+  std::vector<DeviceRecord> devices;
+  std::vector<CardRecord> cards;
+  const uint8_t* der = nullptr;
+  size_t derLen = 0;
+  auto cardRequest = [&](uint16_t command, const Bytes& body) {
+    return ParseCardRequest(command, body.data(), body.size(), &request);
+  };
   struct Case { const char* what; std::function<FrameStatus()> parse; FrameStatus expected; };
   const Case cases[] = {
-      {"no header", [&] { return ParseFrame(frame.data(), 0, &view); }, FrameStatus::kTruncated},
       {"7 bytes", [&] { return ParseFrame(frame.data(), 7, &view); }, FrameStatus::kTruncated},
       {"body short", [&] { return ParseFrame(frame.data(), 9, &view); }, FrameStatus::kBadLength},
       {"whole", [&] { return ParseFrame(frame.data(), 10, &view); }, FrameStatus::kOk},
-      {"body long", [&] { Bytes l = frame; l.push_back(0); return ParseFrame(l.data(), l.size(), &view); },
+      {"body long", [&] { return ParseFrame(slotFrame.data(), 9, &view); }, FrameStatus::kBadLength},
+      {"slot frame 11", [&] { return ParseSlotFrameBody(slotFrame.data(), 11, &slotId, &view); },
+       FrameStatus::kTruncated},
+      {"slot frame 13", [&] { return ParseSlotFrameBody(slotFrame.data(), 13, &slotId, &view); },
        FrameStatus::kBadLength},
-      {"slot record", [&] { return ParseSlotInfoBody(slotRecord.data(), 92, &record); }, FrameStatus::kOk},
-      {"slot record 91", [&] { return ParseSlotInfoBody(slotRecord.data(), 91, &record); }, FrameStatus::kBadLength},
-      {"slot record 93", [&] { return ParseSlotInfoBody(slotRecord.data(), 93, &record); }, FrameStatus::kBadLength},
-      {"slot frame", [&] { return ParseSlotFrameBody(slotFrame.data(), 12, &slotId, &view); }, FrameStatus::kOk},
-      {"slot frame 11", [&] { return ParseSlotFrameBody(slotFrame.data(), 11, &slotId, &view); }, FrameStatus::kTruncated},
-      {"slot frame 13", [&] { Bytes l = slotFrame; l.push_back(0); return ParseSlotFrameBody(l.data(), 13, &slotId, &view); },
+      {"device frame 47", [&] { return ParseDeviceFrameBody(deviceFrame.data(), 47, &name, &view); },
+       FrameStatus::kTruncated},
+      {"key offer 39", [&] { return ParseKeyOfferBody(deviceFrame.data(), 39, &name); },
        FrameStatus::kBadLength},
-      {"device frame", [&] { return ParseDeviceFrameBody(deviceFrame.data(), 48, &name, &view); }, FrameStatus::kOk},
-      {"device frame 47", [&] { return ParseDeviceFrameBody(deviceFrame.data(), 47, &name, &view); }, FrameStatus::kTruncated},
-      {"key offer", [&] { return ParseKeyOfferBody(deviceFrame.data(), 40, &name); }, FrameStatus::kOk},
-      {"key offer 39", [&] { return ParseKeyOfferBody(deviceFrame.data(), 39, &name); }, FrameStatus::kBadLength},
+      {"PIN without NUL", [&] { return cardRequest(kCmdVerifyPin, {'1', '2'}); },
+       FrameStatus::kBadField},
+      {"NUL inside a PIN", [&] { return cardRequest(kCmdVerifyPin, {'1', 0, '2', 0}); },
+       FrameStatus::kBadField},
+      {"second PIN missing", [&] { return cardRequest(kCmdChangePin, {'a', 0}); },
+       FrameStatus::kBadField},
+      {"handle of 3 bytes", [&] { return cardRequest(kCmdDeleteContainer, {1, 2, 3}); },
+       FrameStatus::kBadLength},
+      {"certificate missing", [&] { return cardRequest(kCmdWriteCertificate, Bytes(8)); },
+       FrameStatus::kBadLength},
+      {"unknown command", [&] { return cardRequest(0x2026, {}); }, FrameStatus::kBadCommand},
+      {"device record", [&] { return ParseDeviceListBody(device.data(), 62, &devices); },
+       FrameStatus::kOk},
+      {"device record cut short",
+       [&] { return ParseDeviceListBody(device.data(), 61, &devices); }, FrameStatus::kBadLength},
+      {"device name without NUL",
+       [&] { return ParseDeviceListBody(unterminated.data(), 62, &devices); },
+       FrameStatus::kBadField},
+      {"card record cut short",
+       [&] { return ParseCardListBody(At(51, {{0, {1}}}).data(), 51, &cards); },
+       FrameStatus::kBadLength},
+      {"card key refused", [&] { return ParseCardKeyFrame(refusedKey.data(), 8, &der, &derLen); },
+       FrameStatus::kPeerStatus},
+      {"card key answered by an acknowledgement",
+       [&] { return ParseCardKeyFrame(ack.data(), 8, &der, &derLen); }, FrameStatus::kBadCommand},
+      {"acknowledgement", [&] { return ParseCardSessionAck(ack.data(), 8); }, FrameStatus::kOk},
+      {"acknowledgement refused",
+       [&] { return ParseCardSessionAck(refusedKey.data(), 8); }, FrameStatus::kBadCommand},
   };
   for (const Case& c : cases) EXPECT_EQ(c.parse(), c.expected) << c.what;
-  EXPECT_EQ(std::strlen(record.name), kSlotNameSize - 1);
-}
-
-TEST(FrameLayouts, MalformedCardRequestBodies) {
-  struct Case { uint16_t command; Bytes body; FrameStatus expected; };
-  const Case cases[] = {
-      {kCmdVerifyPin, {}, FrameStatus::kBadField},
-      {kCmdVerifyPin, {'1', '2'}, FrameStatus::kBadField},        // no NUL
-      {kCmdVerifyPin, {'1', 0, '2', 0}, FrameStatus::kBadField},  // NUL inside
-      {kCmdChangePin, {'a', 0}, FrameStatus::kBadField},          // second PIN missing
-      {kCmdChangePin, {'a', 0, 'b'}, FrameStatus::kBadField},
-      {kCmdUnblockPin, {'a', 0, 'b', 0, 0}, FrameStatus::kBadField},
-      {kCmdDeleteContainer, {1, 2, 3}, FrameStatus::kBadLength},
-      {kCmdLoginState, {0}, FrameStatus::kBadLength},
-      {kCmdReadCertificate, {1, 0, 0, 0, 2, 0, 0, 0, 0}, FrameStatus::kBadLength},
-      {kCmdWriteCertificate, {1, 0, 0, 0, 2, 0, 0, 0}, FrameStatus::kBadLength},  // no certificate
-      {kCmdGenerateKeyPair, Bytes(15), FrameStatus::kBadLength},
-      {0x2026, {}, FrameStatus::kBadCommand},
-  };
-  for (const Case& c : cases) {
-    CardRequest request;
-    EXPECT_EQ(ParseCardRequest(c.command, c.body.data(), c.body.size(), &request), c.expected)
-        << std::hex << c.command << " " << c.body.size();
-  }
 }
 
 Bytes KeyBlock(uint32_t bits, uint32_t count, size_t modulusBytes) {
@@ -276,85 +288,6 @@ TEST(FrameLayouts, CardResponseLengthRules) {
   EXPECT_EQ(std::tuple(twelve.limits.hasPinFlags, sixteen.limits.hasPinFlags, sixteen.limits.pinFlags,
                        sixteen.limits.maxBits),
             std::tuple(false, true, 1u, uint16_t{16384}));
-}
-
-// The four-byte state: byte 0 non-zero is authenticated, byte 1 == 1 is pending.
-TEST(FrameLayouts, ConfirmationStateBytes) {
-  struct Case { Bytes body; bool authenticated; bool pending; };
-  const Case cases[] = {{{0, 0, 0, 0}, false, false}, {{1, 0, 0, 0}, true, false},
-                        {{0, 1, 0, 0}, false, true},  {{0x80, 1, 0, 0}, true, true},
-                        {{0, 2, 0, 0}, false, false}, {{0, 0, 1, 0}, false, false}};
-  for (const Case& c : cases) {
-    CardResponse response;
-    ASSERT_EQ(ParseCardResponse(kCmdLoginState, c.body.data(), 4, 0, &response), FrameStatus::kOk);
-    const ConfirmationState state = ReadConfirmation(response.value);
-    EXPECT_EQ(std::pair(state.authenticated, state.pending), std::pair(c.authenticated, c.pending))
-        << int(c.body[0]) << " " << int(c.body[1]);
-  }
-}
-
-// A one-record device list body (no string area unless added) with the given patch applied.
-Bytes OneDevice(size_t patchAt, std::initializer_list<uint8_t> patch) {
-  Bytes body(2 + 60);
-  body[0] = 1;
-  std::memcpy(body.data() + 2, "dev", 3);
-  std::copy(patch.begin(), patch.end(), body.begin() + patchAt);
-  return body;
-}
-
-TEST(FrameLayouts, MalformedListsAndFieldsOutsideTheirRange) {
-  Bytes unterminated = OneDevice(2, {});
-  std::memset(unterminated.data() + 2, 'x', 40);
-  Bytes withArea = OneDevice(2 + 44, {4, 0});  // display name at offset 4 of "abc\0wxyz"
-  for (char b : std::string("abc\0wxyz", 8)) withArea.push_back(static_cast<uint8_t>(b));
-  struct Case { const char* what; Bytes body; FrameStatus expected; std::string display;
-                uint8_t kind; };
-  const Case cases[] = {
-      {"no count", {1}, FrameStatus::kTruncated, "", 0},
-      {"count 0", {0, 0}, FrameStatus::kOk, "", 0},
-      {"record cut short", Bytes(61, 1), FrameStatus::kBadLength, "", 0},
-      {"two announced, one there", OneDevice(0, {2}), FrameStatus::kBadLength, "", 0},
-      {"name without NUL in 40 bytes", unterminated, FrameStatus::kBadField, "", 0},
-      {"display offset past the area", OneDevice(2 + 44, {1, 0}), FrameStatus::kOk, "", 0},
-      {"display runs to the area end", withArea, FrameStatus::kOk, "wxyz", 0},
-      {"kind 1 kept", OneDevice(2 + 56, {1}), FrameStatus::kOk, "", 1},
-      {"kind 3 dropped", OneDevice(2 + 56, {3}), FrameStatus::kOk, "", 0},
-  };
-  for (const Case& c : cases) {
-    std::vector<DeviceRecord> devices;
-    ASSERT_EQ(ParseDeviceListBody(c.body.data(), c.body.size(), &devices), c.expected) << c.what;
-    if (c.expected != FrameStatus::kOk || devices.empty()) continue;
-    EXPECT_EQ(devices[0].displayName, c.display) << c.what;
-    EXPECT_EQ(devices[0].kind, c.kind) << c.what;
-  }
-  std::vector<CardRecord> cards;
-  EXPECT_EQ(ParseCardListBody(At(51, {{0, {1}}}).data(), 51, &cards), FrameStatus::kBadLength);
-}
-
-// A service card's answers to the module, each checked for its own command in order.
-TEST(FrameLayouts, CardKeyAnswersAreCheckedInOrder) {
-  struct Case { const char* what; Bytes frame; FrameStatus key; FrameStatus ack; };
-  const Case cases[] = {
-      {"short header", {0x01, 0x90, 0, 0}, FrameStatus::kTruncated, FrameStatus::kTruncated},
-      {"body missing", {0x01, 0x90, 2, 0, 0, 0, 0, 0}, FrameStatus::kBadLength,
-       FrameStatus::kBadLength},
-      {"card key, empty", {0x01, 0x90, 0, 0, 0, 0, 0, 0}, FrameStatus::kTruncated,
-       FrameStatus::kBadCommand},
-      {"card key, refused", {0x01, 0x90, 0, 0, 0x2A, 0, 0x10, 0x80}, FrameStatus::kPeerStatus,
-       FrameStatus::kBadCommand},
-      {"refused under another command", {0x02, 0x90, 0, 0, 1, 0, 0, 0},
-       FrameStatus::kBadCommand, FrameStatus::kPeerStatus},
-      {"acknowledged", {0x02, 0x90, 0, 0, 0, 0, 0, 0}, FrameStatus::kBadCommand,
-       FrameStatus::kOk},
-      {"card key", {0x01, 0x90, 1, 0, 0, 0, 0, 0, 0x30}, FrameStatus::kOk,
-       FrameStatus::kBadCommand},
-  };
-  for (const Case& c : cases) {
-    const uint8_t* der = nullptr;
-    size_t derLen = 0;
-    EXPECT_EQ(ParseCardKeyFrame(c.frame.data(), c.frame.size(), &der, &derLen), c.key) << c.what;
-    EXPECT_EQ(ParseCardSessionAck(c.frame.data(), c.frame.size()), c.ack) << c.what;
-  }
 }
 
 }  // namespace
