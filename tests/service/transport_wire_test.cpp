@@ -1,26 +1,44 @@
-// The provider's transports against a scripted peer: every malformed handshake, slot list and
-// answer, a peer that never answers, and a peer that drops the connection mid-request. Each case
-// runs in a process of its own (the transports keep process-wide state).
+// The provider's transports against a scripted peer, for what the real card service never sends:
+// malformed handshakes, slot lists and answers, a peer that never answers or drops the connection
+// mid-request, every status translation and length rule of card command answers, the login
+// around key commands, the socket layer's message rule, the string conversions' buffer rules, the
+// transport key's road through Wine's software provider, and the monitor following a service
+// that comes and goes. Each case runs in a process of its own (the transports keep process-wide
+// state).
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <map>
+#include <memory>
 #include <mutex>
+#include <vector>
 
+#include "crypto/pkcs1.h"
+#include "crypto/rsa_key.h"
 #include "pkcs11/p11_status.h"
+#include "pkcs11/slot_device.h"
+#include "provider/provider_context.h"
 #include "scripted_peer.h"
 #include "service/frames/card_commands.h"
 #include "service/frames/frame_codes.h"
 #include "service/frames/session_handshake.h"
 #include "service/frames/slot_records.h"
 #include "service/remote_slot_table.h"
+#include "service/service_link.h"
+#include "service/service_settings.h"
 #include "service/slot_channel.h"
 #include "service/slot_commands.h"
+#include "service/socket_layer.h"
+#include "service/string_convert.h"
+#include "service/transport_key.h"
 
 namespace nivra::servicetest {
 namespace {
 
 using provider::Status;
 using service::P11Slot;
+namespace f = frames;
 
 constexpr uint32_t kSlotId = 7;
 constexpr Status kDeviceNotConnected = ERROR_DEVICE_NOT_CONNECTED;
@@ -230,6 +248,261 @@ TEST_F(TransportWire, SilenceTimesOutAndADroppedRequestReconnectsWithANewHandsha
   ASSERT_EQ(Transact(Record(), &answer, list), provider::kOk);
   EXPECT_EQ(answer.header.command, frames::ResponseCommand(frames::kCmdLoginState));
   EXPECT_EQ(peer.Connections(), 3);
+}
+
+// Card commands of a context on a published slot. The peer answers each command from a table (the
+// login state is "logged in" unless the table says otherwise) and records the commands it saw.
+// A wrong PIN is the real service's (service_slots_wine_test.cpp).
+struct Answer {
+  uint32_t status = 0;
+  Bytes body;
+};
+
+class CardCommandWire : public TransportWire {
+ protected:
+  void SetUp() override {
+    ctx_ = std::make_unique<provider::ProviderContext>();
+    device_ = std::make_unique<pkcs11::SlotDevice>(&Record());
+    device_->container = 9;
+  }
+  void Serve(std::map<uint16_t, std::vector<Answer>> answers) {
+    peer_.reset();
+    answers_ = std::move(answers);
+    seen_.clear();
+    peer_ = std::make_unique<ScriptedPeer>(ScriptedPeer::Answering([this](uint16_t command,
+                                                                          const Bytes&) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      seen_.push_back(command);
+      Answer answer;
+      auto& queue = answers_[command];
+      if (!queue.empty()) {
+        answer = queue.front();
+        if (queue.size() > 1) queue.erase(queue.begin());
+      } else if (command == f::kCmdLoginState) {
+        answer.body = {1, 0, 0, 0};
+      }
+      Bytes frame;
+      f::BuildFrame(f::ResponseCommand(command), answer.status, answer.body.data(),
+                    answer.body.size(), &frame);
+      return frame;
+    }));
+    UsePorts(peer_->Port());
+  }
+  std::vector<uint16_t> Seen() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return seen_;
+  }
+  Status Command(uint16_t command, size_t block = 0) {
+    f::CardRequest request;
+    request.handle = 9;
+    request.keySpec = 2;
+    request.data.assign(block == 0 ? 4 : block, 0x01);
+    request.text = "name";
+    request.text2 = "new";
+    f::CardResponse response;
+    return service::SlotCommand(*ctx_, *device_, command, request, &response, block);
+  }
+
+  std::unique_ptr<provider::ProviderContext> ctx_;
+  std::unique_ptr<pkcs11::SlotDevice> device_;
+  std::mutex mutex_;
+  std::map<uint16_t, std::vector<Answer>> answers_;
+  std::vector<uint16_t> seen_;
+  std::unique_ptr<ScriptedPeer> peer_;
+};
+
+constexpr Status kNteNoMoreItems = 0x8009002A;
+
+// One answer per translation branch; each layout's length rules are the codec's tables.
+TEST_F(CardCommandWire, StatusesAndAnswerLengthsAreTranslated) {
+  struct Case {
+    const char* what;
+    uint16_t command;
+    Answer answer;
+    size_t block;
+    Status expected;
+  };
+  const Case cases[] = {
+      {"open: no more items", f::kCmdOpenContainer, {pkcs11::kErrNoMoreItems, {}}, 0,
+       provider::kNteBadKeyset},
+      {"open: NTE_NO_MORE_ITEMS", f::kCmdOpenContainer, {kNteNoMoreItems, {}}, 0,
+       provider::kNteBadKeyset},
+      {"open: name shorter than its body", f::kCmdOpenContainer, {0, {9, 0, 0, 0, 'a', 0, 0}}, 0,
+       provider::kNteBadData},
+      {"enumerate: end of list", f::kCmdEnumContainers, {pkcs11::kErrNoMoreItems, {}}, 0,
+       pkcs11::kErrNoMoreItems},
+      {"private op: block one short", f::kCmdPrivateKeyOp, {0, Bytes(127)}, 128,
+       provider::kNteFail},
+      {"delete: refused", f::kCmdDeleteContainer, {0x80100069, {}}, 0, 0x80100069},
+      {"change PIN: bad flags", f::kCmdChangePin, {provider::kNteBadFlags, {}}, 0,
+       provider::kNteNotSupported},
+      {"unblock: bad flags", f::kCmdUnblockPin, {provider::kNteBadFlags, {}}, 0,
+       provider::kNteNotSupported},
+      {"initialise: bad flags", f::kCmdInitToken, {provider::kNteBadFlags, {}}, 0,
+       provider::kNteNotSupported},
+      {"initialise without PINs: bad flags", f::kCmdInitTokenPlain, {provider::kNteBadFlags, {}},
+       0, provider::kNteNotSupported},
+      {"import: bad flags", f::kCmdImportKeyPair, {provider::kNteBadFlags, {}}, 0,
+       provider::kNteNotSupported},
+      {"read public key: bad flags passes", f::kCmdReadPublicKey, {provider::kNteBadFlags, {}}, 0,
+       provider::kNteBadFlags},
+  };
+  for (const Case& c : cases) {
+    Serve({{c.command, {c.answer}}});
+    EXPECT_EQ(Command(c.command, c.block), c.expected) << c.what;
+    TransportWire::TearDown();
+  }
+}
+
+// A lapsed login is renewed with the cached PIN and the command resent once; a silent context
+// that is not logged in sends no key command.
+TEST_F(CardCommandWire, LoginAroundKeyCommands) {
+  Serve({{f::kCmdPrivateKeyOp, {{pkcs11::kScardCardNotAuthenticated, {}}, {0, Bytes(128, 7)}}},
+         {f::kCmdVerifyPin, {{0, {1, 0, 0, 0}}}}});
+  std::memcpy(ctx_->pin, "1234", 4);
+  ctx_->pinLength = 4;
+  EXPECT_EQ(Command(f::kCmdPrivateKeyOp, 128), 0u);
+  EXPECT_EQ(Seen(), (std::vector<uint16_t>{f::kCmdLoginState, f::kCmdPrivateKeyOp,
+                                           f::kCmdVerifyPin, f::kCmdPrivateKeyOp}));
+  TransportWire::TearDown();
+  SetUp();
+  Serve({{f::kCmdLoginState, {{0, {0, 0, 0, 0}}}}, {f::kCmdVerifyPin, {{0, {0, 0, 0, 0}}}}});
+  ctx_->silent = 1;
+  std::memcpy(ctx_->pin, "1111", 4);
+  ctx_->pinLength = 4;
+  EXPECT_EQ(Command(f::kCmdGenerateKeyPair), provider::kNteSilentContext);
+  EXPECT_EQ(Seen(), (std::vector<uint16_t>{f::kCmdLoginState, f::kCmdVerifyPin}));
+}
+
+// A client socket connected to a peer that runs `script`.
+struct Connected {
+  explicit Connected(ScriptedPeer::Script script) : peer(std::move(script)) {
+    EXPECT_EQ(service::SockConnect(&s, L"127.0.0.1", peer.Port(), 2000), 0u);
+  }
+  ~Connected() { service::SockClose(&s); }
+  ScriptedPeer peer;
+  SOCKET s = INVALID_SOCKET;
+};
+
+TEST(SocketLayer, MessagesCarryTwoZeroBytesAndBrokenOnesLeaveNothing) {
+  struct Case { const char* what; Bytes sent; uint32_t expected; size_t length; };
+  Bytes announcedHundred = {0x11, 0x70, 100, 0, 0, 0, 0, 0};
+  announcedHundred.resize(8 + 50, 0x33);
+  const Case cases[] = {
+      {"empty body", {0x01, 0xF0, 0, 0, 0, 0, 0, 0}, 0, 8},
+      {"text body", {0x02, 0xF0, 3, 0, 0, 0, 0, 0, 'a', 'b', 'c'}, 0, 11},
+      {"100 announced, 50 sent", announcedHundred, WSAECONNRESET, 0},
+      {"header cut short", {0x01, 0xF0, 0}, WSAECONNRESET, 0},
+  };
+  for (const Case& c : cases) {
+    Connected link([&](PeerConnection& conn) { conn.Write(c.sent); });
+    service::RequestBuffers list;
+    uint8_t* message = nullptr;
+    size_t length = 0;
+    EXPECT_EQ(service::SockRecvMessage(&message, &length, link.s, &list, 2000), c.expected)
+        << c.what;
+    EXPECT_EQ(length, c.length) << c.what;
+    EXPECT_EQ(list.Count(), c.expected == 0 ? 1u : 0u) << c.what;
+    if (c.expected != 0) {
+      EXPECT_EQ(message, nullptr) << c.what;
+      continue;
+    }
+    EXPECT_EQ(std::memcmp(message, c.sent.data(), c.sent.size()), 0) << c.what;
+    EXPECT_EQ(message[length], 0) << c.what;
+    EXPECT_EQ(message[length + 1], 0) << c.what;
+  }
+}
+
+TEST(StringConversions, Utf8ToWideSizesAndTerminatesAsDocumented) {
+  const char text[] = "Gr\xC3\xBC\xC3\x9F";  // 4 characters
+  size_t capacity = 0;
+  EXPECT_EQ(service::Utf8ToWide(text, nullptr, &capacity), 0u);
+  EXPECT_EQ(capacity, 5u);
+  wchar_t exact[5];
+  std::fill(std::begin(exact), std::end(exact), L'#');
+  capacity = 5;
+  EXPECT_EQ(service::Utf8ToWide(text, exact, &capacity), 5u);
+  EXPECT_EQ(std::wstring(exact), L"Gr\u00FC\u00DF");
+  wchar_t small[4];
+  capacity = 4;
+  EXPECT_EQ(service::Utf8ToWide(text, small, &capacity), 0u);
+  EXPECT_EQ(capacity, 5u);
+  service::RequestBuffers list;
+  EXPECT_STREQ(service::WideToUtf8(L"Gr\u00FC\u00DF", &list), text);
+  size_t ansiLength = 0;
+  const char* ansi = service::Utf8ToAnsi(text, &ansiLength, &list);
+  EXPECT_EQ(ansiLength, 4u);
+  EXPECT_STREQ(service::AnsiToUtf8(ansi, &list), text);
+  EXPECT_EQ(list.Count(), 3u);
+}
+
+TEST(TransportKey, SoftwareProviderDecryptsWhatThePublicKeyEncrypted) {
+  ASSERT_EQ(service::TransportKeyInit(), 0u);
+  EXPECT_EQ(service::TransportKeyBits(), 2048u);
+  const uint8_t secret[24] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12,
+                              13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24};
+  std::vector<uint8_t> block(256);
+  ASSERT_EQ(crypto::Pkcs1PadType2(block.data(), 256, secret, sizeof(secret)), 0);
+  ASSERT_EQ(crypto::RsaHandlePublic(service::TransportKey(), block.data(), 256, block.data(),
+                                    nullptr),
+            0);
+  uint32_t length = 256;
+  ASSERT_EQ(service::SystemProviderDecrypt(block.data(), &length), 0u);
+  ASSERT_EQ(length, sizeof(secret));
+  EXPECT_EQ(std::memcmp(block.data(), secret, sizeof(secret)), 0);
+}
+
+constexpr int kStepsWhileUp = 10;  // one second between probes while the peer answers
+constexpr DWORD kPatienceMs = 10000;
+
+bool WaitForState(uint32_t state) {
+  const ULONGLONG deadline = GetTickCount64() + kPatienceMs;
+  while (service::LinkState().state.load() != state) {
+    if (GetTickCount64() > deadline) return false;
+    Sleep(10);
+  }
+  return true;
+}
+
+TEST(ServiceMonitor, FollowsTheServiceAndForgetsItsSlotsWhenItGoes) {
+  uint16_t port = 0;
+  { ScriptedPeer probe([](PeerConnection&) {}); port = probe.Port(); }  // a free port, closed
+  service::ServiceSettings settings;
+  settings.port = port;
+  settings.monitorStepsWhileUp = kStepsWhileUp;
+  service::ServiceSettingsOverride(settings);
+  std::atomic<bool> stop{false};
+  HANDLE thread = CreateThread(nullptr, 0, service::ServiceMonitorThread, &stop, 0, nullptr);
+  ASSERT_NE(thread, nullptr);
+  ASSERT_TRUE(WaitForState(service::kServiceDown));
+  EXPECT_FALSE(service::WaitForService());
+
+  {
+    // The peer takes the monitor's control connection and keeps it until it closes.
+    ScriptedPeer peer(
+        [](PeerConnection& c) {
+          Bytes ignored;
+          while (c.ReadFrame(&ignored)) {
+          }
+        },
+        port);
+    ASSERT_EQ(peer.Port(), port) << "could not listen on the monitored port again";
+    EXPECT_TRUE(WaitForState(service::kServiceUp));
+    EXPECT_TRUE(service::WaitForService());
+    // A slot the service published while it was up.
+    service::RemoteTable().count = 1;
+    service::RemoteTable().records[0].slotId = 7;
+    service::RemoteTable().records[0].remote = 1;
+  }
+  EXPECT_TRUE(WaitForState(service::kServiceDown));
+  const ULONGLONG deadline = GetTickCount64() + kPatienceMs;
+  while (service::RemoteTable().records[0].slotId != 0 && GetTickCount64() < deadline) Sleep(10);
+  EXPECT_EQ(service::RemoteTable().records[0].slotId, 0u) << "the published slots are forgotten";
+  EXPECT_EQ(service::RemoteTable().records[0].remote, 1u);
+
+  stop = true;
+  EXPECT_EQ(WaitForSingleObject(thread, 2000), WAIT_OBJECT_0) << "the stop flag ends the monitor";
+  CloseHandle(thread);
 }
 
 }  // namespace
