@@ -60,7 +60,6 @@ bool PeerConnection::Handshake(const Bytes& secret, const std::function<void(Byt
                              &derLen) != frames::FrameStatus::kOk) {
     return false;
   }
-  helloKey_.assign(der, der + derLen);
   Bytes answer;
   if (frames::BuildSessionKeyFrame(der, derLen, secret.data(), secret.size(), &answer) !=
       frames::FrameStatus::kOk) {

@@ -43,15 +43,12 @@ class PeerConnection {
   bool CardKeyExchange(crypto::RsaHandle cardKey, uint32_t offerStatus, Bytes* sessionKey);
   // Wraps and sends a card command answer (frame built by the caller).
   void Answer(const Bytes& frame);
-  // The module's public key (DER) from the last hello.
-  const Bytes& HelloKey() const { return helloKey_; }
 
  private:
   bool ReadExact(uint8_t* out, size_t len);
 
   SOCKET socket_;
   const std::atomic<bool>* stop_;
-  Bytes helloKey_;
   frames::CipherOwner cipher_;
 };
 
