@@ -95,6 +95,11 @@ void SetBodyLength(Bytes& frame, size_t body) {
   frame[3] = static_cast<uint8_t>(body >> 8);
 }
 
+Bytes Edited(Bytes frame, const std::function<void(Bytes&)>& edit) {
+  edit(frame);
+  return frame;
+}
+
 // One fault of each branch the provider takes: a refused hello, a frame the codec refuses (its
 // every length and field rule is proven against OpenSSL natively), a secret that fails to decrypt,
 // and one that fails to open.
@@ -128,7 +133,9 @@ TEST_F(TransportWire, HandshakeFaultsGiveTheirCodesOnBothDecryptionPaths) {
   }
 }
 
-TEST_F(TransportWire, MalformedSlotListsAreRefusedAndLongListsKeep256) {
+// The slot list and one slot's record: an answer of another command, a refusal and every length
+// that contradicts the records are refused; a long list keeps 256 records.
+TEST_F(TransportWire, SlotAnswersAreCheckedAndLongListsKeep256) {
   std::vector<frames::SlotRecord> records(300);
   for (uint32_t i = 0; i < records.size(); ++i) records[i].slotId = 1000 + i;
   auto list = [&](size_t count) {
@@ -136,64 +143,37 @@ TEST_F(TransportWire, MalformedSlotListsAreRefusedAndLongListsKeep256) {
     frames::BuildSlotListAnswer(records.data(), count, &frame);
     return frame;
   };
-  auto edited = [&](size_t count, auto edit) {
-    Bytes frame = list(count);
-    edit(frame);
-    return frame;
-  };
-  struct Case {
-    const char* what;
-    Bytes answer;
-    Status expected;
-    uint32_t count;
-  };
-  const Case cases[] = {
-      {"two records", list(2), provider::kOk, 2},
-      {"300 records", list(300), provider::kOk, 256},
-      {"answer of the one-slot command", edited(2, [](Bytes& f) { f[0] = 0x02; }),
-       provider::kNteBadData, 0},
-      {"refused", edited(0, [](Bytes& f) { f[4] = 0x2E; f[6] = 0x10; f[7] = 0x80; }),
-       0x8010002E, 0},
-      {"count above its records", edited(2, [](Bytes& f) { f[8] = 3; }), provider::kNteBadLen, 0},
-      {"one byte short", edited(2, [](Bytes& f) { SetBodyLength(f, 2 + 2 * 92 - 1); }),
-       provider::kNteBadLen, 0},
-      {"one byte over", edited(2, [](Bytes& f) { SetBodyLength(f, 2 + 2 * 92 + 1); }),
-       provider::kNteBadLen, 0},
-      {"no count", edited(0, [](Bytes& f) { SetBodyLength(f, 1); }), provider::kNteBadLen, 0},
-  };
-  for (const Case& c : cases) {
-    ScriptedPeer peer([&](PeerConnection& conn) {
-      Bytes request;
-      while (conn.ReadFrame(&request)) {
-        if (request == frames::BuildSlotListRequest()) conn.Write(c.answer);
-      }
-    });
-    UsePorts(peer.Port());
-    service::RemoteTable().count = 0;
-    EXPECT_EQ(service::ServiceRefreshSlots(), c.expected) << c.what;
-    if (c.expected == provider::kOk) {
-      EXPECT_EQ(service::RemoteTable().count, c.count) << c.what;
-      EXPECT_EQ(service::RemoteTable().records[c.count - 1].slotId, 1000 + c.count - 1);
-      EXPECT_EQ(service::RemoteTable().records[0].remote, 1u);
-    }
-    service::ServiceLinkClose();
-  }
-}
-
-TEST_F(TransportWire, OneSlotAnswersAreChecked) {
   frames::SlotRecord fresh;
   fresh.slotId = kSlotId;
   fresh.tokenPresent = 1;
   fresh.serial[0] = 0xAB;
-  struct Case { const char* what; Bytes answer; Status expected; };
-  Bytes good = frames::BuildSlotInfoAnswer(fresh);
-  Bytes wrongCommand = good;
-  wrongCommand[0] = 0x01;
-  Bytes shortBody = good;
-  SetBodyLength(shortBody, 91);
-  const Case cases[] = {{"proper", good, provider::kOk},
-                        {"answer of the list command", wrongCommand, provider::kNteBadData},
-                        {"91 bytes", shortBody, provider::kNteBadLen}};
+  const Bytes one = frames::BuildSlotInfoAnswer(fresh);
+  struct Case {
+    const char* what;
+    Bytes answer;
+    Status expected;
+    uint32_t count;  // of the list; 0 for one slot's record
+  };
+  const Case cases[] = {
+      {"two records", list(2), provider::kOk, 2},
+      {"300 records", list(300), provider::kOk, 256},
+      {"answer of the one-slot command", Edited(list(2), [](Bytes& f) { f[0] = 0x02; }),
+       provider::kNteBadData, 2},
+      {"refused", Edited(list(0), [](Bytes& f) { f[4] = 0x2E; f[6] = 0x10; f[7] = 0x80; }),
+       0x8010002E, 2},
+      {"count above its records", Edited(list(2), [](Bytes& f) { f[8] = 3; }),
+       provider::kNteBadLen, 2},
+      {"one byte short", Edited(list(2), [](Bytes& f) { SetBodyLength(f, 2 + 2 * 92 - 1); }),
+       provider::kNteBadLen, 2},
+      {"one byte over", Edited(list(2), [](Bytes& f) { SetBodyLength(f, 2 + 2 * 92 + 1); }),
+       provider::kNteBadLen, 2},
+      {"no count", Edited(list(0), [](Bytes& f) { SetBodyLength(f, 1); }), provider::kNteBadLen, 2},
+      {"one slot", one, provider::kOk, 0},
+      {"one slot: answer of the list command", Edited(one, [](Bytes& f) { f[0] = 0x01; }),
+       provider::kNteBadData, 0},
+      {"one slot: 91 bytes", Edited(one, [](Bytes& f) { SetBodyLength(f, 91); }),
+       provider::kNteBadLen, 0},
+  };
   for (const Case& c : cases) {
     ScriptedPeer peer([&](PeerConnection& conn) {
       Bytes request;
@@ -201,39 +181,19 @@ TEST_F(TransportWire, OneSlotAnswersAreChecked) {
     });
     UsePorts(peer.Port());
     uint32_t present = 0;
-    EXPECT_EQ(service::ServiceRefreshSlot(Record(), &present), c.expected) << c.what;
-    if (c.expected == provider::kOk) {
-      EXPECT_EQ(present, 1u);
-      EXPECT_EQ(Record().serial[0], 0xAB);
+    if (c.count == 0) {
+      EXPECT_EQ(service::ServiceRefreshSlot(Record(), &present), c.expected) << c.what;
+      EXPECT_EQ(present == 1 && Record().serial[0] == 0xAB, c.expected == provider::kOk);
+    } else {
+      service::RemoteTable().count = 0;
+      EXPECT_EQ(service::ServiceRefreshSlots(), c.expected) << c.what;
+      if (c.expected == provider::kOk) {
+        EXPECT_EQ(service::RemoteTable().count, c.count) << c.what;
+        EXPECT_EQ(service::RemoteTable().records[c.count - 1].slotId, 1000 + c.count - 1);
+        EXPECT_EQ(service::RemoteTable().records[0].remote, 1u);
+      }
     }
     service::ServiceLinkClose();
-  }
-}
-
-Bytes LoginStateRequest() {
-  Bytes frame;
-  frames::BuildCardRequest(frames::kCmdLoginState, {}, &frame);
-  return frame;
-}
-
-Status Transact(P11Slot& record, frames::FrameView* answer, service::RequestBuffers& list) {
-  const Bytes request = LoginStateRequest();
-  return service::SlotTransact(record, request.data(), request.size(), answer, list);
-}
-
-TEST_F(TransportWire, AnswersOfAnotherCommandAreRefused) {
-  for (uint16_t command : {frames::kCmdSlotFrameAnswer, frames::ResponseCommand(frames::kCmdVerifyPin),
-                           frames::kCmdLoginState}) {
-    ScriptedPeer peer(ScriptedPeer::Answering([&](uint16_t, const Bytes& inner) {
-      Bytes answer;
-      frames::BuildFrame(command, 0, inner.data(), 4, &answer);
-      return answer;
-    }));
-    UsePorts(peer.Port());
-    service::RequestBuffers list;
-    frames::FrameView answer;
-    EXPECT_EQ(Transact(Record(), &answer, list), provider::kNteBadData) << std::hex << command;
-    TearDown();
   }
 }
 
@@ -258,11 +218,16 @@ TEST_F(TransportWire, SilenceTimesOutAndADroppedRequestReconnectsWithANewHandsha
   UsePorts(peer.Port());
   service::RequestBuffers list;
   frames::FrameView answer;
-  EXPECT_EQ(Transact(Record(), &answer, list), provider::kScardTimeout);
+  Bytes request;
+  frames::BuildCardRequest(frames::kCmdLoginState, {}, &request);
+  auto transact = [&] {
+    return service::SlotTransact(Record(), request.data(), request.size(), &answer, list);
+  };
+  EXPECT_EQ(transact(), provider::kScardTimeout);
   EXPECT_EQ(service::LinkOf(Record()).socket, INVALID_SOCKET);
-  EXPECT_EQ(Transact(Record(), &answer, list), kDeviceNotConnected);
+  EXPECT_EQ(transact(), kDeviceNotConnected);
   EXPECT_EQ(service::LinkOf(Record()).sessionState, 0u);
-  ASSERT_EQ(Transact(Record(), &answer, list), provider::kOk);
+  ASSERT_EQ(transact(), provider::kOk);
   EXPECT_EQ(answer.header.command, frames::ResponseCommand(frames::kCmdLoginState));
   EXPECT_EQ(peer.Connections(), 3);
 }
@@ -273,6 +238,7 @@ TEST_F(TransportWire, SilenceTimesOutAndADroppedRequestReconnectsWithANewHandsha
 struct Answer {
   uint32_t status = 0;
   Bytes body;
+  uint16_t answeredAs = 0;  // another command than the request's answer
 };
 
 class CardCommandWire : public TransportWire {
@@ -299,8 +265,8 @@ class CardCommandWire : public TransportWire {
         answer.body = {1, 0, 0, 0};
       }
       Bytes frame;
-      f::BuildFrame(f::ResponseCommand(command), answer.status, answer.body.data(),
-                    answer.body.size(), &frame);
+      f::BuildFrame(answer.answeredAs != 0 ? answer.answeredAs : f::ResponseCommand(command),
+                    answer.status, answer.body.data(), answer.body.size(), &frame);
       return frame;
     }));
     UsePorts(peer_->Port());
@@ -363,6 +329,12 @@ TEST_F(CardCommandWire, StatusesAndAnswerLengthsAreTranslated) {
        provider::kNteNotSupported},
       {"read public key: bad flags passes", f::kCmdReadPublicKey, {provider::kNteBadFlags, {}}, 0,
        provider::kNteBadFlags},
+      {"delete: answered as the slot frame", f::kCmdDeleteContainer,
+       {0, {}, f::kCmdSlotFrameAnswer}, 0, provider::kNteBadData},
+      {"delete: answered as a PIN check", f::kCmdDeleteContainer,
+       {0, {}, f::ResponseCommand(f::kCmdVerifyPin)}, 0, provider::kNteBadData},
+      {"delete: answered with the request's command", f::kCmdDeleteContainer,
+       {0, {}, f::kCmdDeleteContainer}, 0, provider::kNteBadData},
   };
   for (const Case& c : cases) {
     Serve({{c.command, {c.answer}}});
@@ -538,11 +510,6 @@ Bytes CardList(std::vector<std::string> names) {
   return frame;
 }
 
-Bytes Edited(Bytes frame, const std::function<void(Bytes&)>& edit) {
-  edit(frame);
-  return frame;
-}
-
 TEST(DeviceWire, ListsAreCheckedBeforeADeviceIsTaken) {
   struct Case { const char* what; uint32_t kind; Bytes answer; Status expected; };
   const Case cases[] = {
@@ -625,31 +592,6 @@ Bytes StateAnswer(uint16_t command, bool authenticated, bool pending) {
   Bytes frame;
   frames::BuildCardResponse(command, 0, response, &frame);
   return frame;
-}
-
-TEST(DeviceWire, LimitsAreCheckedAndTheMaximumKeyLengthCut) {
-  struct Case { const char* what; size_t bodyLength; Status expected; };
-  for (const Case& c : {Case{"16-byte limits", 16, provider::kOk},
-                        Case{"12-byte limits", 12, provider::kOk},
-                        Case{"11-byte limits", 11, provider::kNteBadLen}}) {
-    DevicePeer peer([&](uint16_t command, const Bytes&) {
-      frames::CardResponse response;
-      response.limits = {1, 2048, 1024, 16384, 8, 4, 12, true, 1};
-      Bytes frame;
-      frames::BuildCardResponse(command, 0, response, &frame);
-      SetBodyLength(frame, c.bodyLength);
-      return frame;
-    });
-    ProviderContext& ctx = peer.Context();
-    ASSERT_EQ(provider::FindCardBackend(3)->LoadCaps(ctx), c.expected) << c.what;
-    if (c.expected != provider::kOk) continue;
-    EXPECT_EQ(ctx.caps.maxBits, 8192) << c.what;
-    EXPECT_EQ(ctx.caps.defaultBits, 2048) << c.what;
-    EXPECT_EQ(ctx.caps.maxPinLength, 12) << c.what;
-    EXPECT_EQ(ctx.caps.pinFlags, c.bodyLength == 16 ? 1 : 0) << c.what;
-    EXPECT_EQ(provider::FindCardBackend(3)->LoadCaps(ctx), provider::kOk);
-    EXPECT_EQ(peer.Commands().size(), 1u) << "limits are asked once";
-  }
 }
 
 TEST(DeviceWire, ConfirmationEndsAsTheDeviceAnswers) {
