@@ -73,23 +73,6 @@ bool PeerConnection::Handshake(const Bytes& secret, const std::function<void(Byt
   return true;
 }
 
-bool PeerConnection::ReadRequest(uint32_t* slotId, Bytes* inner) {
-  Bytes wrapped, plain;
-  if (!ReadFrame(&wrapped) ||
-      frames::UnwrapFrame(cipher_.Get(), wrapped.data(), wrapped.size(), &plain) !=
-          frames::FrameStatus::kOk) {
-    return false;
-  }
-  frames::FrameView view;
-  if (frames::ParseSlotFrameBody(plain.data() + frames::kHeaderSize,
-                                 plain.size() - frames::kHeaderSize, slotId,
-                                 &view) != frames::FrameStatus::kOk) {
-    return false;
-  }
-  inner->assign(view.body - frames::kHeaderSize, view.body + view.header.bodyLength);
-  return true;
-}
-
 bool PeerConnection::ReadPlainRequest(Bytes* inner) {
   Bytes wrapped;
   return ReadFrame(&wrapped) &&
@@ -97,13 +80,15 @@ bool PeerConnection::ReadPlainRequest(Bytes* inner) {
              frames::FrameStatus::kOk;
 }
 
-bool PeerConnection::ReadDeviceRequest(std::string* device, Bytes* inner) {
+bool PeerConnection::ReadRequest(uint32_t* slotId, std::string* device, Bytes* inner) {
   Bytes plain;
   if (!ReadPlainRequest(&plain)) return false;
+  const uint8_t* body = plain.data() + frames::kHeaderSize;
+  const size_t length = plain.size() - frames::kHeaderSize;
   frames::FrameView view;
-  if (frames::ParseDeviceFrameBody(plain.data() + frames::kHeaderSize,
-                                   plain.size() - frames::kHeaderSize, device,
-                                   &view) != frames::FrameStatus::kOk) {
+  if ((device != nullptr ? frames::ParseDeviceFrameBody(body, length, device, &view)
+                         : frames::ParseSlotFrameBody(body, length, slotId, &view)) !=
+      frames::FrameStatus::kOk) {
     return false;
   }
   inner->assign(view.body - frames::kHeaderSize, view.body + view.header.bodyLength);
@@ -166,7 +151,7 @@ ScriptedPeer::Script ScriptedPeer::Answering(Answerer answer, bool devices) {
     uint32_t slot = 0;
     std::string device;
     Bytes inner;
-    while (devices ? conn.ReadDeviceRequest(&device, &inner) : conn.ReadRequest(&slot, &inner)) {
+    while (conn.ReadRequest(&slot, devices ? &device : nullptr, &inner)) {
       conn.Answer(answer(frames::ReadHeader(inner.data()).command, inner));
     }
   };

@@ -31,10 +31,9 @@ class PeerConnection {
   // Reads the hello and answers with a session-key frame for `secret`, edited by `edit` before
   // it is sent (null: unchanged). Keeps the session cipher when the secret is a proper one.
   bool Handshake(const Bytes& secret, const std::function<void(Bytes&)>& edit = nullptr);
-  // Reads one wrapped slot frame; *inner = the card command frame inside it.
-  bool ReadRequest(uint32_t* slotId, Bytes* inner);
-  // Reads one wrapped device frame; *device = its name, *inner = the card command frame.
-  bool ReadDeviceRequest(std::string* device, Bytes* inner);
+  // Reads one wrapped slot frame, or device frame when `device` is given (*device = its name);
+  // *inner = the card command frame inside it.
+  bool ReadRequest(uint32_t* slotId, std::string* device, Bytes* inner);
   // Reads one wrapped card command frame that travels on its own (a service card's road).
   bool ReadPlainRequest(Bytes* inner);
   // The card's side of a service card's key exchange with cardKey. A non-zero offerStatus
