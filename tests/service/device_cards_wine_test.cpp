@@ -57,22 +57,6 @@ class DeviceCards : public ::testing::Test {
     return error;
   }
 
-  // Wine's own software provider.
-  HCRYPTPROV Software() {
-    HCRYPTPROV soft = 0;
-    EXPECT_TRUE(CryptAcquireContextW(&soft, nullptr, MS_ENHANCED_PROV_W, PROV_RSA_FULL,
-                                     CRYPT_VERIFYCONTEXT));
-    return soft;
-  }
-
-  Bytes PublicBlob(HCRYPTKEY key) {
-    DWORD length = 0;
-    EXPECT_TRUE(CryptExportKey(key, 0, PUBLICKEYBLOB, 0, nullptr, &length));
-    Bytes blob(length);
-    EXPECT_TRUE(CryptExportKey(key, 0, PUBLICKEYBLOB, 0, blob.data(), &length));
-    return blob;
-  }
-
   std::vector<std::string> Containers(HCRYPTPROV prov) {
     std::vector<std::string> names;
     char name[256];
@@ -93,9 +77,11 @@ class DeviceCards : public ::testing::Test {
 
 class Roads : public DeviceCards, public ::testing::WithParamInterface<const char*> {};
 
-// Create, generate, sign, decrypt, store and read a certificate, enumerate and delete on one
-// road; the person confirms. OAEP decryption is proven against OpenSSL on the published slot.
-TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
+// Create, generate, sign, store and read a certificate, enumerate and delete on one road; the
+// person confirms. Wine's own software provider checks the signature with the exported public
+// key. Decryption (v1.5 and OAEP, by OpenSSL) is proven on the published slot: the card
+// operations are the same on every road.
+TEST_P(Roads, ContainerKeySignatureAndCertificate) {
   const std::string device = GetParam();
   const std::string reader = device.rfind("phone", 0) == 0 ? "\\\\B\\" : "\\\\?\\";
   const std::string name = "road-" + device;
@@ -107,16 +93,16 @@ TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
   EXPECT_EQ(Acquire(container, CRYPT_NEWKEYSET), static_cast<DWORD>(NTE_EXISTS));
   // The limits as the card announces them (phone-a: 16384 bits, kept as 8192; desk-a: 4096).
   PROV_ENUMALGS_EX row{};
-  DWORD rowLength = sizeof(row);
-  for (DWORD flags = CRYPT_FIRST; CryptGetProvParam(prov, PP_ENUMALGS_EX, reinterpret_cast<BYTE*>(&row),
-                                                    &rowLength, flags) && row.aiAlgid != CALG_RSA_SIGN;
-       flags = 0, rowLength = sizeof(row)) {
+  DWORD length = sizeof(row);
+  for (DWORD flags = CRYPT_FIRST;
+       CryptGetProvParam(prov, PP_ENUMALGS_EX, reinterpret_cast<BYTE*>(&row), &length, flags) &&
+       row.aiAlgid != CALG_RSA_SIGN;
+       flags = 0, length = sizeof(row)) {
   }
   EXPECT_EQ(row.aiAlgid, static_cast<ALG_ID>(CALG_RSA_SIGN));
   EXPECT_EQ(row.dwMaxLen, device == "phone-a" ? 8192u : 4096u);
-  HCRYPTKEY sign = 0, exchange = 0;
+  HCRYPTKEY sign = 0;
   ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024 << 16, &sign)) << std::hex << GetLastError();
-  ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024 << 16, &exchange)) << std::hex << GetLastError();
 
   const Bytes message = {'r', 'o', 'a', 'd'};
   HCRYPTHASH hash = 0;
@@ -127,48 +113,34 @@ TEST_P(Roads, ContainerKeysSignatureAndDecryption) {
   ASSERT_TRUE(CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature.data(), &signatureLength))
       << std::hex << GetLastError();
   CryptDestroyHash(hash);
-
-  HCRYPTPROV soft = Software();
-  const Bytes signBlob = PublicBlob(sign);
+  HCRYPTPROV soft = 0;
+  ASSERT_TRUE(CryptAcquireContextW(&soft, nullptr, MS_ENHANCED_PROV_W, PROV_RSA_FULL,
+                                   CRYPT_VERIFYCONTEXT));
+  ASSERT_TRUE(CryptExportKey(sign, 0, PUBLICKEYBLOB, 0, nullptr, &length));
+  Bytes blob(length);
+  ASSERT_TRUE(CryptExportKey(sign, 0, PUBLICKEYBLOB, 0, blob.data(), &length));
   HCRYPTKEY softSign = 0;
-  ASSERT_TRUE(CryptImportKey(soft, signBlob.data(), static_cast<DWORD>(signBlob.size()), 0, 0,
-                             &softSign));
-  HCRYPTHASH softHash = 0;
-  ASSERT_TRUE(CryptCreateHash(soft, CALG_SHA1, 0, 0, &softHash));
-  ASSERT_TRUE(CryptHashData(softHash, message.data(), static_cast<DWORD>(message.size()), 0));
-  EXPECT_TRUE(CryptVerifySignatureW(softHash, signature.data(), signatureLength, softSign,
-                                    nullptr, 0))
+  ASSERT_TRUE(CryptImportKey(soft, blob.data(), length, 0, 0, &softSign));
+  ASSERT_TRUE(CryptCreateHash(soft, CALG_SHA1, 0, 0, &hash));
+  ASSERT_TRUE(CryptHashData(hash, message.data(), static_cast<DWORD>(message.size()), 0));
+  EXPECT_TRUE(CryptVerifySignatureW(hash, signature.data(), signatureLength, softSign, nullptr, 0))
       << "Wine's provider refuses the card's signature";
+  CryptDestroyHash(hash);
+  CryptDestroyKey(softSign);
+  CryptReleaseContext(soft, 0);
 
-  const Bytes exchangeBlob = PublicBlob(exchange);
-  HCRYPTKEY softExchange = 0;
-  ASSERT_TRUE(CryptImportKey(soft, exchangeBlob.data(), static_cast<DWORD>(exchangeBlob.size()),
-                             0, 0, &softExchange));
-  const Bytes secret = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-  Bytes block(secret);
-  block.resize(128);
-  DWORD length = static_cast<DWORD>(secret.size());
-  ASSERT_TRUE(CryptEncrypt(softExchange, 0, TRUE, 0, block.data(), &length, 128));
-  ASSERT_TRUE(CryptDecrypt(exchange, 0, TRUE, 0, block.data(), &length)) << std::hex
-                                                                         << GetLastError();
-  EXPECT_EQ(Bytes(block.begin(), block.begin() + length), secret);
   std::ifstream in("Z:/usr/lib/python3/dist-packages/cryptography_vectors/x509/san_edipartyname.der",
                    std::ios::binary);
   const Bytes cert((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   ASSERT_FALSE(cert.empty());
-  ASSERT_TRUE(CryptSetKeyParam(exchange, KP_CERTIFICATE, const_cast<BYTE*>(cert.data()), 0))
+  ASSERT_TRUE(CryptSetKeyParam(sign, KP_CERTIFICATE, const_cast<BYTE*>(cert.data()), 0))
       << std::hex << GetLastError();
   length = 0;
-  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, nullptr, &length, 0));
+  ASSERT_TRUE(CryptGetKeyParam(sign, KP_CERTIFICATE, nullptr, &length, 0));
   Bytes back(length);
-  ASSERT_TRUE(CryptGetKeyParam(exchange, KP_CERTIFICATE, back.data(), &length, 0));
+  ASSERT_TRUE(CryptGetKeyParam(sign, KP_CERTIFICATE, back.data(), &length, 0));
   EXPECT_EQ(back, cert);
-  CryptDestroyHash(softHash);
-  CryptDestroyKey(softSign);
-  CryptDestroyKey(softExchange);
-  CryptReleaseContext(soft, 0);
   CryptDestroyKey(sign);
-  CryptDestroyKey(exchange);
 
   const std::vector<std::string> names = Containers(prov);
   EXPECT_NE(std::find(names.begin(), names.end(), name), names.end());
