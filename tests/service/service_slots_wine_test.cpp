@@ -8,13 +8,16 @@
 #include <wincrypt.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "machine_hive.h"
 #include "pin_dialog_answer.h"
 #include "service_person.h"
 #include "token_fixture.h"
@@ -222,10 +225,65 @@ long ServiceRssKib() {
   return -1;
 }
 
-// One client process of the load case (load_child.cpp), its output read at its end.
+// One client process of the load case: this program started again with --load-client. Four
+// threads, each with a context of its own on the same container, sign distinct SHA-1 hashes until
+// the time is up and check every signature with the pair's public key (the provider's own
+// verification, which its tests hold against Wine's). Prints "signed <n> verified <m> failed <k>".
+int LoadClient(const std::string& container, const std::string& pin, int seconds) {
+  PrivateMachineHive hive;
+  hive.SetModulePath(ProgramDirectory() + L"nivrap11fwd.dll");
+  hive.RegisterProvider(L"Nivra pkcs11 CSP", ProgramDirectory() + L"nivracsp_svctest.dll");
+  hive.Activate();
+  std::atomic<long> signedCount{0}, verified{0}, failed{0};
+  const ULONGLONG until = GetTickCount64() + 1000ULL * seconds;
+  auto run = [&](int thread) {
+    HCRYPTPROV prov = 0;
+    HCRYPTKEY key = 0;
+    if (!CryptAcquireContextA(&prov, container.c_str(), "Nivra pkcs11 CSP", PROV_RSA_FULL,
+                              CRYPT_SILENT) ||
+        !CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(pin.c_str()), 0) ||
+        !CryptGetUserKey(prov, AT_SIGNATURE, &key)) {
+      std::printf("error setup 0x%08lx\n", GetLastError());
+      ++failed;
+      return;
+    }
+    for (long i = 0; GetTickCount64() < until; ++i) {
+      const Bytes message = TextBytes("load " + std::to_string(GetCurrentProcessId()) + " " +
+                                      std::to_string(thread) + " " + std::to_string(i));
+      HCRYPTHASH hash[2] = {};
+      for (HCRYPTHASH& h : hash) {
+        CryptCreateHash(prov, CALG_SHA1, 0, 0, &h);
+        CryptHashData(h, message.data(), static_cast<DWORD>(message.size()), 0);
+      }
+      BYTE signature[512];
+      DWORD length = sizeof(signature);
+      if (CryptSignHashW(hash[0], AT_SIGNATURE, nullptr, 0, signature, &length)) {
+        ++signedCount;
+        if (CryptVerifySignatureW(hash[1], signature, length, key, nullptr, 0)) ++verified;
+      } else {
+        std::printf("error sign 0x%08lx\n", GetLastError());
+        ++failed;
+      }
+      for (HCRYPTHASH h : hash) CryptDestroyHash(h);
+    }
+    CryptDestroyKey(key);
+    CryptReleaseContext(prov, 0);
+  };
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) threads.emplace_back(run, t);
+  for (std::thread& t : threads) t.join();
+  std::printf("signed %ld verified %ld failed %ld\n", signedCount.load(), verified.load(),
+              failed.load());
+  std::fflush(stdout);
+  hive.Deactivate();
+  return failed.load() == 0 ? 0 : 1;
+}
+
 FILE* StartLoadClient(const std::string& container, int seconds) {
+  char self[MAX_PATH];
+  GetModuleFileNameA(nullptr, self, MAX_PATH);
   // cmd /c drops the outermost quotes of the whole line.
-  return _popen(("\"\"Z:" + std::string(NIVRA_LOAD_CHILD) + "\" \"" + container + "\" 1234 " +
+  return _popen(("\"\"" + std::string(self) + "\" --load-client \"" + container + "\" 1234 " +
                  std::to_string(seconds) + "\"").c_str(), "r");
 }
 
@@ -271,3 +329,11 @@ TEST_F(ServiceSlots, FourProcessesOfFourThreadsSignThroughOnePublishedSlot) {
 
 }  // namespace
 }  // namespace nivra::p11test
+
+int main(int argc, char** argv) {
+  if (argc == 5 && std::string(argv[1]) == "--load-client") {
+    return nivra::p11test::LoadClient(argv[2], argv[3], std::atoi(argv[4]));
+  }
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
