@@ -2,7 +2,6 @@
 
 #include <ws2tcpip.h>
 
-#include "service/frames/card_key_exchange.h"
 #include "service/frames/device_records.h"
 #include "service/frames/frame_cipher.h"
 #include "service/frames/frame_codes.h"
@@ -73,16 +72,13 @@ bool PeerConnection::Handshake(const Bytes& secret, const std::function<void(Byt
   return true;
 }
 
-bool PeerConnection::ReadPlainRequest(Bytes* inner) {
-  Bytes wrapped;
-  return ReadFrame(&wrapped) &&
-         frames::UnwrapFrame(cipher_.Get(), wrapped.data(), wrapped.size(), inner) ==
-             frames::FrameStatus::kOk;
-}
-
 bool PeerConnection::ReadRequest(uint32_t* slotId, std::string* device, Bytes* inner) {
-  Bytes plain;
-  if (!ReadPlainRequest(&plain)) return false;
+  Bytes wrapped, plain;
+  if (!ReadFrame(&wrapped) ||
+      frames::UnwrapFrame(cipher_.Get(), wrapped.data(), wrapped.size(), &plain) !=
+          frames::FrameStatus::kOk) {
+    return false;
+  }
   const uint8_t* body = plain.data() + frames::kHeaderSize;
   const size_t length = plain.size() - frames::kHeaderSize;
   frames::FrameView view;
@@ -92,31 +88,6 @@ bool PeerConnection::ReadRequest(uint32_t* slotId, std::string* device, Bytes* i
     return false;
   }
   inner->assign(view.body - frames::kHeaderSize, view.body + view.header.bodyLength);
-  return true;
-}
-
-bool PeerConnection::CardKeyExchange(crypto::RsaHandle cardKey, uint32_t offerStatus,
-                                     Bytes* sessionKey) {
-  Bytes offer, keyFrame;
-  if (!ReadFrame(&offer)) return false;
-  Bytes answer;
-  frames::BuildCardKeyFrame(cardKey, offerStatus, &answer);
-  Write(answer);
-  if (offerStatus != 0 || !ReadFrame(&keyFrame)) return false;
-  uint32_t bits = 0;
-  crypto::RsaHandleKeyBits(cardKey, &bits);
-  const uint8_t* encrypted = nullptr;
-  Bytes secret;
-  if (frames::ParseCardSessionKeyFrame(keyFrame.data(), keyFrame.size(), (bits + 7) / 8,
-                                       &encrypted) != frames::FrameStatus::kOk ||
-      frames::DecryptSessionSecret(cardKey, encrypted, (bits + 7) / 8, &secret) !=
-          frames::FrameStatus::kOk ||
-      frames::OpenSessionSecret(secret.data(), secret.size(), cipher_.Out()) !=
-          frames::FrameStatus::kOk) {
-    return false;
-  }
-  sessionKey->assign(secret.begin(), secret.begin() + frames::kSessionKeySize);
-  Write(frames::BuildCardSessionAck(0));
   return true;
 }
 

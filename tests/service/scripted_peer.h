@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "crypto/cipher.h"
-#include "crypto/rsa_interface.h"
 #include "service/frames/crypto_guards.h"
 #include "service/frames/frame_header.h"
 
@@ -34,12 +33,6 @@ class PeerConnection {
   // Reads one wrapped slot frame, or device frame when `device` is given (*device = its name);
   // *inner = the card command frame inside it.
   bool ReadRequest(uint32_t* slotId, std::string* device, Bytes* inner);
-  // Reads one wrapped card command frame that travels on its own (a service card's road).
-  bool ReadPlainRequest(Bytes* inner);
-  // The card's side of a service card's key exchange with cardKey. A non-zero offerStatus
-  // refuses the key offer with it (and returns false); otherwise *sessionKey receives the
-  // 16-byte session key that the module sent, and the session cipher is kept.
-  bool CardKeyExchange(crypto::RsaHandle cardKey, uint32_t offerStatus, Bytes* sessionKey);
   // Wraps and sends a card command answer (frame built by the caller).
   void Answer(const Bytes& frame);
 
