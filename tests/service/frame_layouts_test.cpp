@@ -8,7 +8,6 @@
 
 #include <cstring>
 #include <functional>
-#include <tuple>
 
 #include "service/frames/card_commands.h"
 #include "service/frames/card_key_exchange.h"
@@ -277,13 +276,6 @@ TEST(FrameLayouts, CardResponseLengthRules) {
               c.expected)
         << std::hex << c.command << std::dec << " " << c.body.size();
   }
-  // The optional PIN flags, and the maximum key length as the wire says it.
-  CardResponse twelve, sixteen;
-  ParseCardResponse(kCmdCardLimits, limits.data(), 15, 0, &twelve);
-  ParseCardResponse(kCmdCardLimits, limits.data(), 16, 0, &sixteen);
-  EXPECT_EQ(std::tuple(twelve.limits.hasPinFlags, sixteen.limits.hasPinFlags, sixteen.limits.pinFlags,
-                       sixteen.limits.maxBits),
-            std::tuple(false, true, 1u, uint16_t{16384}));
 }
 
 }  // namespace

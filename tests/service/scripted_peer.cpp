@@ -4,7 +4,6 @@
 
 #include "service/frames/device_records.h"
 #include "service/frames/frame_cipher.h"
-#include "service/frames/frame_codes.h"
 #include "service/frames/session_handshake.h"
 #include "service/frames/slot_records.h"
 #include "service/service_link.h"
@@ -153,11 +152,7 @@ ScriptedPeer::~ScriptedPeer() {
 
 void ScriptedPeer::Serve() {
   while (!stopping_.load()) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(listener_, &readable);
-    timeval poll{0, kPollUs};
-    if (select(0, &readable, nullptr, nullptr, &poll) != 1) continue;
+    if (!WaitReadable(listener_)) continue;
     SOCKET s = accept(listener_, nullptr, nullptr);
     if (s == INVALID_SOCKET) return;
     ++connections_;
