@@ -225,6 +225,22 @@ TEST_F(TransportWire, SilenceTimesOutAndADroppedRequestClosesTheLink) {
   EXPECT_EQ(requests.load(), 2);
 }
 
+Bytes DeviceList(std::vector<std::string> names) {
+  std::vector<frames::DeviceRecord> devices;
+  for (const std::string& name : names) devices.push_back({name, 0, "Display " + name});
+  Bytes frame;
+  frames::BuildDeviceListAnswer(devices, &frame);
+  return frame;
+}
+
+Bytes CardList(std::vector<std::string> names) {
+  std::vector<frames::CardRecord> cards;
+  for (const std::string& name : names) cards.push_back({name, "Card", "127.0.0.1", 0});
+  Bytes frame;
+  frames::BuildCardListAnswer(cards, &frame);
+  return frame;
+}
+
 // Card commands of a context on a published slot. The peer answers each command from a table (the
 // login state is "logged in" unless the table says otherwise) and records the commands it saw.
 // A wrong PIN is the real service's (service_slots_wine_test.cpp).
@@ -241,12 +257,14 @@ class CardCommandWire : public TransportWire {
     device_ = std::make_unique<pkcs11::SlotDevice>(&Record());
     device_->container = 9;
   }
-  void Serve(std::map<uint16_t, std::vector<Answer>> answers) {
+  // Answers on slot frames, or for `devices` on device frames after the device list that a
+  // connection of its own asks for.
+  void Serve(std::map<uint16_t, std::vector<Answer>> answers, bool devices = false) {
     peer_.reset();
     answers_ = std::move(answers);
     seen_.clear();
-    peer_ = std::make_unique<ScriptedPeer>(ScriptedPeer::Answering([this](uint16_t command,
-                                                                          const Bytes&) {
+    listAsked_ = !devices;
+    auto answering = ScriptedPeer::Answering([this](uint16_t command, const Bytes&) {
       std::lock_guard<std::mutex> lock(mutex_);
       seen_.push_back(command);
       Answer answer;
@@ -261,7 +279,15 @@ class CardCommandWire : public TransportWire {
       f::BuildFrame(answer.answeredAs != 0 ? answer.answeredAs : f::ResponseCommand(command),
                     answer.status, answer.body.data(), answer.body.size(), &frame);
       return frame;
-    }));
+    }, devices);
+    peer_ = std::make_unique<ScriptedPeer>([this, answering](PeerConnection& conn) {
+      Bytes request;
+      if (listAsked_.exchange(true)) {
+        answering(conn);
+      } else if (conn.ReadFrame(&request)) {
+        conn.Write(DeviceList({"dev"}));
+      }
+    });
     UsePorts(peer_->Port());
   }
   std::vector<uint16_t> Seen() {
@@ -284,6 +310,7 @@ class CardCommandWire : public TransportWire {
   std::mutex mutex_;
   std::map<uint16_t, std::vector<Answer>> answers_;
   std::vector<uint16_t> seen_;
+  std::atomic<bool> listAsked_{true};
   std::unique_ptr<ScriptedPeer> peer_;
 };
 
@@ -357,6 +384,52 @@ TEST_F(CardCommandWire, LoginAroundKeyCommands) {
 }
 
 // A client socket connected to a peer that runs `script`.
+// The confirmation wait on a Bluetooth device, in each of its endings: the state's four bytes are
+// authenticated (byte 0) and pending (byte 1); the last answer of a list repeats.
+TEST_F(CardCommandWire, ConfirmationEndsAsTheDeviceAnswers) {
+  constexpr uint16_t kAsk = f::kCmdAskConfirmation;
+  constexpr uint16_t kPoll = f::kCmdLoginState;
+  constexpr uint16_t kEnd = f::kCmdEndConfirmation;
+  const Answer given{0, {1, 0, 0, 0}}, pending{0, {0, 1, 0, 0}}, none{0, {0, 0, 0, 0}};
+  struct Case {
+    const char* what;
+    std::vector<Answer> asked, polled, ended;
+    size_t sent;  // commands sent; 0: until the wait ends, then the end command
+    Status expected;
+  };
+  const Case cases[] = {
+      {"confirmed at once", {given}, {}, {}, 1, provider::kOk},
+      {"confirmed at the second poll", {pending}, {pending, given}, {}, 3, provider::kOk},
+      {"refused", {none}, {}, {}, 1, pkcs11::kScardInvalidChv},
+      {"never answered", {pending}, {pending}, {none}, 0, pkcs11::kScardCardNotAuthenticated},
+      {"confirmed as the wait ends", {pending}, {pending}, {given}, 0, provider::kOk},
+  };
+  auto ensure = [] {
+    auto ctx = std::make_unique<ProviderContext>();
+    ctx->backendKind = provider::BackendBluetoothCard;
+    EXPECT_EQ(provider::FindCardBackend(3)->ConnectByName(*ctx, "dev"), provider::kOk);
+    return service::BthEnsureAuth(*ctx, dynamic_cast<service::BthDevice&>(*ctx->device), 1);
+  };
+  for (const Case& c : cases) {
+    provider::ClearVerifiedPins();
+    Serve({{kAsk, c.asked}, {kPoll, c.polled}, {kEnd, c.ended}}, true);
+    EXPECT_EQ(ensure(), c.expected) << c.what;
+    const std::vector<uint16_t> sent = Seen();
+    ASSERT_FALSE(sent.empty()) << c.what;
+    EXPECT_EQ(sent.front(), kAsk) << c.what;
+    EXPECT_EQ(sent.back() == kEnd, c.sent == 0) << c.what;
+    if (c.sent != 0) {
+      EXPECT_EQ(sent.size(), c.sent) << c.what;
+    }
+    // A confirmation serves every other context of the process for 30 seconds; a failure none.
+    Serve({{kAsk, {none}}}, true);
+    EXPECT_EQ(ensure(), c.expected == provider::kOk ? provider::kOk : pkcs11::kScardInvalidChv)
+        << c.what;
+    EXPECT_EQ(Seen().empty(), c.expected == provider::kOk) << c.what;
+  }
+  provider::ClearVerifiedPins();
+}
+
 // Names and PINs cross the wire as UTF-8: each conversion keeps a non-ASCII text, and a wide
 // buffer one character short is refused with the size it needs.
 TEST(StringConversions, NonAsciiTextsSurviveAndShortBuffersAreRefused) {
@@ -387,22 +460,6 @@ TEST(TransportKey, SoftwareProviderDecryptsWhatThePublicKeyEncrypted) {
   ASSERT_EQ(service::SystemProviderDecrypt(block.data(), &length), 0u);
   ASSERT_EQ(length, sizeof(secret));
   EXPECT_EQ(std::memcmp(block.data(), secret, sizeof(secret)), 0);
-}
-
-Bytes DeviceList(std::vector<std::string> names) {
-  std::vector<frames::DeviceRecord> devices;
-  for (const std::string& name : names) devices.push_back({name, 0, "Display " + name});
-  Bytes frame;
-  frames::BuildDeviceListAnswer(devices, &frame);
-  return frame;
-}
-
-Bytes CardList(std::vector<std::string> names) {
-  std::vector<frames::CardRecord> cards;
-  for (const std::string& name : names) cards.push_back({name, "Card", "127.0.0.1", 0});
-  Bytes frame;
-  frames::BuildCardListAnswer(cards, &frame);
-  return frame;
 }
 
 TEST(DeviceWire, ListsAreCheckedBeforeADeviceIsTaken) {
@@ -438,98 +495,6 @@ TEST(DeviceWire, ListsAreCheckedBeforeADeviceIsTaken) {
     EXPECT_EQ(ctx->device != nullptr && ctx->device->Name() == "dev", c.expected == provider::kOk)
         << c.what;
   }
-}
-
-// A Bluetooth device "dev" whose channel answers each card command with answer(command, body).
-class DevicePeer {
- public:
-  using Answer = ScriptedPeer::Answerer;
-  explicit DevicePeer(Answer answer)
-      : peer_([this, answer](PeerConnection& conn) {
-          Bytes request;
-          if (!first_.exchange(false)) {
-            ScriptedPeer::Answering([&](uint16_t command, const Bytes& inner) {
-              std::lock_guard<std::mutex> lock(mutex_);
-              commands_.push_back(command);
-              return answer(command, inner);
-            }, true)(conn);
-          } else if (conn.ReadFrame(&request)) {
-            conn.Write(DeviceList({"dev"}));
-          }
-        }) {
-    UsePorts(peer_.Port());
-    ctx_ = std::make_unique<ProviderContext>();
-    ctx_->backendKind = provider::BackendBluetoothCard;
-    EXPECT_EQ(provider::FindCardBackend(3)->ConnectByName(*ctx_, "dev"), provider::kOk);
-  }
-  ProviderContext& Context() { return *ctx_; }
-  service::BthDevice& Device() { return dynamic_cast<service::BthDevice&>(*ctx_->device); }
-  std::vector<uint16_t> Commands() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return commands_;
-  }
-
- private:
-  std::atomic<bool> first_{true};
-  std::mutex mutex_;
-  std::vector<uint16_t> commands_;
-  ScriptedPeer peer_;
-  std::unique_ptr<ProviderContext> ctx_;
-};
-
-Bytes StateAnswer(uint16_t command, bool authenticated, bool pending) {
-  frames::CardResponse response;
-  response.value = frames::ConfirmationValue({authenticated, pending});
-  Bytes frame;
-  frames::BuildCardResponse(command, 0, response, &frame);
-  return frame;
-}
-
-TEST(DeviceWire, ConfirmationEndsAsTheDeviceAnswers) {
-  constexpr uint16_t kAsk = frames::kCmdAskConfirmation;
-  constexpr uint16_t kPoll = frames::kCmdLoginState;
-  constexpr uint16_t kEnd = frames::kCmdEndConfirmation;
-  struct Case {
-    const char* what;
-    int confirmAtPoll;  // -1: never
-    bool pendingAtAll;
-    bool confirmedAtEnd;
-    Status expected;
-  };
-  const Case cases[] = {
-      {"confirmed at once", 0, true, false, provider::kOk},
-      {"confirmed at the second poll", 2, true, false, provider::kOk},
-      {"refused", -1, false, false, pkcs11::kScardInvalidChv},
-      {"never answered", -1, true, false, pkcs11::kScardCardNotAuthenticated},
-      {"confirmed as the wait ends", -1, true, true, provider::kOk},
-  };
-  for (const Case& c : cases) {
-    provider::ClearVerifiedPins();
-    int polls = 0;
-    DevicePeer peer([&](uint16_t command, const Bytes&) {
-      if (command == kEnd) return StateAnswer(command, c.confirmedAtEnd, false);
-      if (command == kPoll) ++polls;
-      const bool confirmed = c.confirmAtPoll >= 0 && polls >= c.confirmAtPoll;
-      return StateAnswer(command, confirmed, c.pendingAtAll && !confirmed);
-    });
-    EXPECT_EQ(service::BthEnsureAuth(peer.Context(), peer.Device(), 1), c.expected) << c.what;
-    const std::vector<uint16_t> sent = peer.Commands();
-    ASSERT_FALSE(sent.empty()) << c.what;
-    EXPECT_EQ(sent.front(), kAsk) << c.what;
-    EXPECT_EQ(sent.back() == kEnd, c.confirmAtPoll < 0 && c.pendingAtAll) << c.what;
-    if (c.confirmAtPoll > 0) {
-      EXPECT_EQ(sent.size(), 1u + c.confirmAtPoll) << c.what;
-    }
-    // A confirmation serves every other context of the process for 30 seconds; a failure none.
-    DevicePeer other([&](uint16_t command, const Bytes&) {
-      return StateAnswer(command, false, false);
-    });
-    const Status again = service::BthEnsureAuth(other.Context(), other.Device(), 1);
-    EXPECT_EQ(again, c.expected == provider::kOk ? provider::kOk : pkcs11::kScardInvalidChv)
-        << c.what;
-    EXPECT_EQ(other.Commands().empty(), c.expected == provider::kOk) << c.what;
-  }
-  provider::ClearVerifiedPins();
 }
 
 // A card that refuses the module's key offer: the refusal is reported as the card gave it and
