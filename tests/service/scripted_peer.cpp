@@ -155,7 +155,6 @@ void ScriptedPeer::Serve() {
     if (!WaitReadable(listener_)) continue;
     SOCKET s = accept(listener_, nullptr, nullptr);
     if (s == INVALID_SOCKET) return;
-    ++connections_;
     u_long blocking = 0;
     ioctlsocket(s, FIONBIO, &blocking);
     PeerConnection connection(s, &stopping_);

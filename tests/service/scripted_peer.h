@@ -66,7 +66,6 @@ class ScriptedPeer {
   static Script Answering(Answerer answer, bool devices = false);
 
   uint16_t Port() const { return port_; }
-  int Connections() const { return connections_.load(); }
 
  private:
   void Serve();
@@ -74,7 +73,6 @@ class ScriptedPeer {
   Script script_;
   SOCKET listener_ = INVALID_SOCKET;
   uint16_t port_ = 0;
-  std::atomic<int> connections_{0};
   std::atomic<bool> stopping_{false};
   std::thread thread_;
 };
