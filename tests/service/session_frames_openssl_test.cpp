@@ -163,7 +163,6 @@ TEST_F(SessionFrames, MalformedSessionKeyFramesAndSecretsAreRefused) {
       {"format", edit([](Bytes& f) { f[8] = 1; }), FrameStatus::kBadField},
       {"tampered", edit([](Bytes& f) { f[40] ^= 0x01; }), FrameStatus::kBadField},
       {"secret 23", OpenSslSessionKeyFrame(Bytes(23, 1)), FrameStatus::kBadLength},
-      {"secret 25", OpenSslSessionKeyFrame(Bytes(25, 1)), FrameStatus::kBadLength},
       {"check of other bytes",
        OpenSslSessionKeyFrame(SecretWithCheck(kSessionKey, {0, 0, 1, 0})),
        FrameStatus::kCheckFailed},
