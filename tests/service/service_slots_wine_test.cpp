@@ -25,8 +25,6 @@
 namespace nivra::p11test {
 namespace {
 
-constexpr DWORD kConnectionRefused = WSAECONNREFUSED;
-
 std::string ServiceDir() { return NIVRA_SERVICE_FIXTURE_UNIX; }
 
 using servicetest::ReadAll;
@@ -190,7 +188,7 @@ TEST_F(ServiceSlots, ServiceThatGoesAwayAndComesBackGetsANewHandshake) {
 
   Service("stop");
   EXPECT_TRUE(Sign(prov, TextBytes("while stopped")).empty());
-  EXPECT_EQ(lastError, kConnectionRefused);
+  EXPECT_EQ(lastError, static_cast<DWORD>(WSAECONNREFUSED));
   Service("start");
   const size_t handshakesBefore = Handshakes();
   // The new channel logs in again with the PIN the context cached from the dialog.

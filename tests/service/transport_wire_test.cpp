@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "crypto/pkcs1.h"
-#include "crypto/rsa_key.h"
+#include "crypto/rsa_interface.h"
 #include "pkcs11/p11_status.h"
 #include "pkcs11/slot_device.h"
 #include "provider/card_backend.h"
@@ -26,17 +26,15 @@
 #include "service/bluetooth_device.h"
 #include "service/card_command.h"
 #include "service/frames/card_commands.h"
-#include "service/frames/confirmation_state.h"
 #include "service/frames/device_records.h"
 #include "service/frames/frame_codes.h"
-#include "service/frames/session_handshake.h"
 #include "service/frames/slot_records.h"
 #include "service/remote_slot_table.h"
+#include "service/request_buffers.h"
 #include "service/service_card.h"
 #include "service/service_link.h"
 #include "service/slot_channel.h"
 #include "service/slot_commands.h"
-#include "service/socket_layer.h"
 #include "service/string_convert.h"
 #include "service/transport_key.h"
 
@@ -290,12 +288,8 @@ class CardCommandWire : public TransportWire {
     return seen_;
   }
   Status Command(uint16_t command, size_t block = 0) {
-    f::CardRequest request;
-    request.handle = 9;
-    request.keySpec = 2;
+    f::CardRequest request;  // the statuses and lengths do not depend on the request's fields
     request.data.assign(block == 0 ? 4 : block, 0x01);
-    request.text = "name";
-    request.text2 = "new";
     f::CardResponse response;
     return service::SlotCommand(*ctx_, *device_, command, request, &response, block);
   }
