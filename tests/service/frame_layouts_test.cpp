@@ -187,7 +187,7 @@ TEST(FrameLayouts, MalformedFramesAreRefused) {
       {"7 bytes", [&] { return ParseFrame(frame.data(), 7, &view); }, FrameStatus::kTruncated},
       {"body short", [&] { return ParseFrame(frame.data(), 9, &view); }, FrameStatus::kBadLength},
       {"whole", [&] { return ParseFrame(frame.data(), 10, &view); }, FrameStatus::kOk},
-      {"body long", [&] { return ParseFrame(slotFrame.data(), 9, &view); }, FrameStatus::kBadLength},
+      {"too long", [&] { return ParseFrame(slotFrame.data(), 9, &view); }, FrameStatus::kBadLength},
       {"slot frame 13", [&] { return ParseSlotFrameBody(slotFrame.data(), 13, &slotId, &view); },
        FrameStatus::kBadLength},
       {"PIN without NUL", [&] { return cardRequest(kCmdVerifyPin, {'1', '2'}); },
