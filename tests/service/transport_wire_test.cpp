@@ -457,7 +457,7 @@ TEST(DeviceWire, ListsAreCheckedBeforeADeviceIsTaken) {
       {"device count above its records", 3,
        Edited(DeviceList({"dev"}), [](Bytes& f) { f[8] = 2; }), provider::kNteBadLen},
       {"device name without its NUL", 3,
-       Edited(DeviceList({"dev"}), [](Bytes& f) { std::fill(f.begin() + 10, f.begin() + 50, 'x'); }),
+       Edited(DeviceList({"dev"}), [](Bytes& f) { std::fill_n(f.begin() + 10, 40, 'x'); }),
        provider::kNteBadData},
       {"device list refused", 3, {0x01, 0xC1, 0, 0, 0x69, 0, 0x10, 0x80}, 0x80100069},
       {"card listed", 2, CardList({"dev"}), provider::kOk},
