@@ -37,21 +37,6 @@ void LoadBigEndian(const Bytes& bytes, CBigNumber* value) {
   EXPECT_EQ(value->FromBytes(bytes.data(), 0, static_cast<uint32_t>(bytes.size())), 0);
 }
 
-Bytes ToBigEndian(const CBigNumber& value, size_t length) {
-  Bytes bytes(length);
-  value.ToBytesFixed(bytes.data(), static_cast<uint32_t>(length));
-  return bytes;
-}
-
-// 00 01 FF.. 00 payload, k bytes.
-Bytes Type1Block(size_t k, const Bytes& payload) {
-  Bytes block(k - payload.size(), 0xFF);
-  block[0] = 0x00;
-  block[1] = 0x01;
-  block.back() = 0x00;
-  return Join({block, payload});
-}
-
 class ModuleRsa : public FakeCardProvider {
  protected:
   void SetUp() override {
@@ -115,20 +100,15 @@ class SignatureStrictness : public ModuleRsa {
   void SetUp() override {
     ModuleRsa::SetUp();
     if (HasFatalFailure()) return;
-    Bytes blob = Export(PRIVATEKEYBLOB);
+    DWORD length = 0;
+    ASSERT_TRUE(CryptExportKey(winePair, 0, PRIVATEKEYBLOB, 0, nullptr, &length));
+    Bytes blob(length);
+    ASSERT_TRUE(CryptExportKey(winePair, 0, PRIVATEKEYBLOB, 0, blob.data(), &length));
     // PRIVATEKEYBLOB: headers, n (k bytes), five CRT values (k / 2 each), d (k bytes); all
     // least significant byte first.
     ASSERT_EQ(blob.size(), 20u + 9 * kBytes / 2);
     LoadBigEndian(Reversed(Bytes(blob.begin() + 20, blob.begin() + 20 + kBytes)), &modulus);
     LoadBigEndian(Reversed(Bytes(blob.end() - kBytes, blob.end())), &privateExponent);
-  }
-
-  Bytes Export(DWORD type) {
-    DWORD length = 0;
-    EXPECT_TRUE(CryptExportKey(winePair, 0, type, 0, nullptr, &length));
-    Bytes blob(length);
-    EXPECT_TRUE(CryptExportKey(winePair, 0, type, 0, blob.data(), &length));
-    return blob;
   }
 
   // A hash of kMessage in both providers (SSL3 SHAMD5: its value set from MD5 and SHA-1).
@@ -148,12 +128,18 @@ class SignatureStrictness : public ModuleRsa {
 
   Bytes HashValue(ALG_ID alg) { return WineHash(alg, Bytes(kMessage, kMessage + sizeof(kMessage))); }
 
-  // The signature (CryptoAPI byte order) of the type 1 block around `payload`.
+  // The signature (CryptoAPI byte order) of the type 1 block 00 01 FF.. 00 `payload`.
   Bytes SignBlock(const Bytes& payload) {
+    Bytes frame(kBytes - payload.size(), 0xFF);
+    frame[0] = 0x00;
+    frame[1] = 0x01;
+    frame.back() = 0x00;
     CBigNumber block, signature;
-    LoadBigEndian(Type1Block(kBytes, payload), &block);
+    LoadBigEndian(Join({frame, payload}), &block);
     EXPECT_EQ(signature.ModExp(block, privateExponent, modulus), 0);
-    return Reversed(ToBigEndian(signature, kBytes));
+    Bytes bytes(kBytes);
+    signature.ToBytesFixed(bytes.data(), static_cast<uint32_t>(kBytes));
+    return Reversed(bytes);
   }
 
   // Our verdict and Wine's on one signature; the last error of ours (0 when it verified).

@@ -1,7 +1,6 @@
 // Session keys, hashes keyed with them and random numbers come from the software provider: the
 // provider's answers must be those of Wine's own "Microsoft Strong Cryptographic Provider" used
-// directly. (Plain hash values reach Wine's through the card paths, whose signature input is
-// compared with Wine's hash, and through the signature checks of ModuleRsa.)
+// directly. (Plain hash values reach Wine's through the signature checks of ModuleRsa.)
 #include <tuple>
 #include <vector>
 
@@ -17,52 +16,42 @@ std::vector<BYTE> Pattern(size_t n) {
   return v;
 }
 
-TEST_F(SoftwarePaths, SoftwareErrorsPassThrough) {
-  HCRYPTHASH hash = 0xAA;
-  // An algorithm the software provider does not know: its own error, re-reported.
-  SetLastError(0);
+// The software provider's own errors stand: an algorithm it does not know, hashing after the
+// value was read. Random numbers leave the last error as it was, on a verify-only context too.
+TEST_F(SoftwarePaths, SoftwareErrorsAndRandomNumbersPassThrough) {
+  HCRYPTHASH hash = 0xAA, wineHash = 0;
   EXPECT_FALSE(dll.CreateHash(prov, 0x1234, 0, 0, &hash));
-  const DWORD ours = GetLastError();
+  const DWORD unknown = GetLastError();
   EXPECT_EQ(hash, 0u);
-  HCRYPTHASH wineHash = 0;
-  EXPECT_FALSE(CryptCreateHash(wine, 0x1234, 0, 0, &wineHash));
-  EXPECT_EQ(ours, GetLastError());
-  EXPECT_NE(ours, 0u);
-
-  // Hashing after the value was read fails in the software provider; its error stands.
   ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
   BYTE value[20];
   DWORD length = sizeof(value);
   ASSERT_TRUE(dll.GetHashParam(prov, hash, HP_HASHVAL, value, &length, 0));
-  SetLastError(0);
   EXPECT_FALSE(dll.HashData(prov, hash, value, 4, 0));
-  const DWORD ourState = GetLastError();
+  const DWORD finished = GetLastError();
+  EXPECT_FALSE(CryptCreateHash(wine, 0x1234, 0, 0, &wineHash));
+  EXPECT_EQ(unknown, GetLastError());
   ASSERT_TRUE(CryptCreateHash(wine, CALG_SHA1, 0, 0, &wineHash));
-  length = sizeof(value);
   ASSERT_TRUE(CryptGetHashParam(wineHash, HP_HASHVAL, value, &length, 0));
   EXPECT_FALSE(CryptHashData(wineHash, value, 4, 0));
-  EXPECT_EQ(ourState, GetLastError());
-  EXPECT_NE(ourState, 0u);
+  EXPECT_EQ(finished, GetLastError());
+  EXPECT_NE(finished * unknown, 0u);
   CryptDestroyHash(wineHash);
-}
 
-TEST_F(SoftwarePaths, GenRandomLeavesTheLastErrorAsTheSoftwareProviderLeftIt) {
+  HCRYPTPROV verify = 0;
+  ASSERT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT, &verify), 0u);
   BYTE a[32] = {}, b[32] = {};
   SetLastError(0x1234);
   EXPECT_TRUE(dll.GenRandom(prov, sizeof(a), a));
+  EXPECT_TRUE(dll.GenRandom(verify, sizeof(b), b));
   EXPECT_EQ(GetLastError(), 0x1234u) << "no last error of its own on success";
-  EXPECT_TRUE(dll.GenRandom(prov, sizeof(b), b));
   EXPECT_NE(std::vector<BYTE>(a, a + 32), std::vector<BYTE>(b, b + 32));
-  // Works on a verify-only context too: only the software provider is needed.
-  HCRYPTPROV verify = 0;
-  ASSERT_EQ(Acquire(nullptr, CRYPT_VERIFYCONTEXT, &verify), 0u);
-  EXPECT_TRUE(dll.GenRandom(verify, sizeof(a), a));
   dll.ReleaseContext(verify, 0);
 }
 
 // The same key, imported or derived, in both providers: the same ciphertext (with no last error
-// of ours on the software path), which decrypts again, the same parameters, the same hash of it,
-// and a plain export that gives the imported key back.
+// of ours on the software path), which decrypts again, the same hash of it, and a plain export
+// that gives the imported key back.
 TEST_F(SoftwarePaths, SessionKeysAgreeWithWinesProvider) {
   struct {
     BLOBHEADER header;
@@ -90,15 +79,10 @@ TEST_F(SoftwarePaths, SessionKeysAgreeWithWinesProvider) {
     EXPECT_TRUE(dll.Encrypt(prov, ours, 0, TRUE, 0, a.data(), &la, 64));
     EXPECT_EQ(GetLastError(), 0x55u) << "the software path sets no last error";
     ASSERT_TRUE(CryptEncrypt(theirs, 0, TRUE, 0, b.data(), &lb, 64));
-    EXPECT_EQ(la, lb);
-    EXPECT_EQ(a, b);
+    EXPECT_EQ(std::vector<BYTE>(a.begin(), a.begin() + la), std::vector<BYTE>(b.begin(), b.begin() + lb));
     EXPECT_TRUE(dll.Decrypt(prov, ours, 0, TRUE, 0, a.data(), &la));
     a.resize(la);
     EXPECT_EQ(a, Pattern(37));
-    DWORD algId = 0, length = sizeof(algId);
-    EXPECT_SUCCEEDS(dll.GetKeyParam(prov, ours, KP_ALGID, reinterpret_cast<BYTE*>(&algId), &length, 0));
-    EXPECT_EQ(algId, static_cast<DWORD>(alg));
-    // A hash keyed with the session key.
     HCRYPTHASH ourKeyHash = 0, wineKeyHash = 0;
     ASSERT_TRUE(dll.CreateHash(prov, CALG_MD5, 0, 0, &ourKeyHash));
     EXPECT_SUCCEEDS(dll.HashSessionKey(prov, ourKeyHash, ours, 0));
@@ -120,49 +104,33 @@ TEST_F(SoftwarePaths, SessionKeysAgreeWithWinesProvider) {
   CryptDestroyHash(wineHash);
 }
 
-TEST_F(SoftwarePaths, GeneratedSessionKeysAndTheirExportRules) {
-  HCRYPTKEY fixed = 0, exportable = 0;
+// The export rules of generated session keys, and the import of malformed blobs.
+TEST_F(SoftwarePaths, ExportAndImportRefusals) {
+  HCRYPTKEY fixed = 0, exportable = 0, key = 0;
   EXPECT_SUCCEEDS(dll.GenKey(prov, CALG_RC4, 0, &fixed));
   EXPECT_SUCCEEDS(dll.GenKey(prov, CALG_3DES_112, CRYPT_EXPORTABLE, &exportable));
-  // Key parameters are the software provider's answers.
-  HCRYPTKEY wineKey = 0;
-  ASSERT_TRUE(CryptGenKey(wine, CALG_3DES_112, CRYPT_EXPORTABLE, &wineKey));
-  DWORD bits = 0, wineBits = 1, length = sizeof(bits);
-  EXPECT_SUCCEEDS(dll.GetKeyParam(prov, exportable, KP_KEYLEN, reinterpret_cast<BYTE*>(&bits), &length, 0));
-  ASSERT_TRUE(CryptGetKeyParam(wineKey, KP_KEYLEN, reinterpret_cast<BYTE*>(&wineBits), &length, 0));
-  EXPECT_EQ(bits, wineBits);
-  CryptDestroyKey(wineKey);
-  BYTE blob[256];
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, PLAINTEXTKEYBLOB, 1, blob, &length), NTE_BAD_FLAGS);
-  EXPECT_EQ(length, 0u);
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, PRIVATEKEYBLOB, 0, blob, &length), NTE_BAD_KEY_STATE);
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, 0x55, 0, blob, &length), NTE_BAD_TYPE);
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, fixed, 0, SIMPLEBLOB, 0, blob, &length), NTE_BAD_KEY_STATE);
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, SIMPLEBLOB, 0, blob, &length), NTE_BAD_UID);
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, fixed, SIMPLEBLOB, 0, blob, &length), NTE_BAD_KEY);
-  length = sizeof(blob);
-  EXPECT_FAILS_WITH(dll.ExportKey(prov, exportable, 0, PUBLICKEYBLOB, 0, blob, &length), NTE_BAD_PUBLIC_KEY);
-}
-
-TEST_F(SoftwarePaths, ImportRejectsMalformedBlobs) {
-  HCRYPTKEY key = 0;
-  BYTE small[7] = {PLAINTEXTKEYBLOB, 2};
+  auto exportAs = [&](HCRYPTKEY of, HCRYPTKEY with, DWORD type, DWORD flags) {
+    BYTE blob[256];
+    DWORD length = sizeof(blob);
+    return dll.ExportKey(prov, of, with, type, flags, blob, &length);
+  };
+  EXPECT_FAILS_WITH(exportAs(exportable, 0, PLAINTEXTKEYBLOB, 1), NTE_BAD_FLAGS);
+  EXPECT_FAILS_WITH(exportAs(exportable, 0, PRIVATEKEYBLOB, 0), NTE_BAD_KEY_STATE);
+  EXPECT_FAILS_WITH(exportAs(exportable, 0, 0x55, 0), NTE_BAD_TYPE);
+  EXPECT_FAILS_WITH(exportAs(fixed, 0, SIMPLEBLOB, 0), NTE_BAD_KEY_STATE);
+  EXPECT_FAILS_WITH(exportAs(exportable, 0, SIMPLEBLOB, 0), NTE_BAD_UID);
+  EXPECT_FAILS_WITH(exportAs(exportable, fixed, SIMPLEBLOB, 0), NTE_BAD_KEY);
+  EXPECT_FAILS_WITH(exportAs(exportable, 0, PUBLICKEYBLOB, 0), NTE_BAD_PUBLIC_KEY);
+  BYTE small[7] = {PLAINTEXTKEYBLOB, 2}, unknown[16] = {0x42, 2, 0, 0};
   EXPECT_FAILS_WITH(dll.ImportKey(prov, nullptr, 64, 0, 0, &key), ERROR_INVALID_PARAMETER);
   EXPECT_FAILS_WITH(dll.ImportKey(prov, small, sizeof(small), 0, 0, &key), NTE_BAD_LEN);
-  BYTE unknown[16] = {0x42, 2, 0, 0};
   EXPECT_FAILS_WITH(dll.ImportKey(prov, unknown, sizeof(unknown), 0, 0, &key), NTE_BAD_TYPE);
   // Public key blobs: RSA algorithms only, and as long as their modulus says.
   BYTE pub[20 + 8] = {PUBLICKEYBLOB, 2, 0, 0};
   *reinterpret_cast<ALG_ID*>(pub + 4) = CALG_RC4;
   EXPECT_FAILS_WITH(dll.ImportKey(prov, pub, sizeof(pub), 0, 0, &key), NTE_BAD_DATA);
   *reinterpret_cast<ALG_ID*>(pub + 4) = CALG_RSA_KEYX;
-  RSAPUBKEY rsa{0x31415352, 1024, 65537};
+  const RSAPUBKEY rsa{0x31415352, 1024, 65537};
   memcpy(pub + 8, &rsa, sizeof(rsa));
   EXPECT_FAILS_WITH(dll.ImportKey(prov, pub, sizeof(pub), 0, 0, &key), NTE_BAD_LEN);
   EXPECT_EQ(key, 0u);
