@@ -87,7 +87,7 @@ TEST_F(HandleValidation, OutPointersFirstAndDuplicatesNotImplemented) {
   EXPECT_FAILS_WITH(dll.GetUserKey(0, AT_SIGNATURE, &otherKey), NTE_INVALID_PARAMETER);
   EXPECT_FAILS_WITH(dll.CreateHash(kContextBias, CALG_SHA1, 0, 0, &hash), NTE_INVALID_HANDLE);
   EXPECT_FAILS_WITH(dll.AcquireContext(&acquired, nullptr, 0x1, nullptr), NTE_BAD_FLAGS);
-  EXPECT_EQ(key + otherKey + hash + acquired, 0u);
+  for (ULONG_PTR out : {key, otherKey, hash, acquired}) EXPECT_EQ(out, 0u);
   EXPECT_FAILS_WITH(dll.DuplicateHash(prov, 1, nullptr, 0, &copy), ERROR_CALL_NOT_IMPLEMENTED);
   EXPECT_FAILS_WITH(dll.DuplicateHash(0, 0, nullptr, 0, nullptr), ERROR_CALL_NOT_IMPLEMENTED);
   EXPECT_FAILS_WITH(dll.DuplicateKey(0x1234, 0x5678, nullptr, 0xFFFFFFFF, nullptr),

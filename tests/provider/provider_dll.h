@@ -6,16 +6,9 @@
 #include <string>
 
 #include "fake_card_control.h"
+#include "provider/csp_interface.h"
 
-struct VTableProv {  // the loader's VTableProvStruc, version 3
-  DWORD Version;
-  FARPROC FuncVerifyImage;
-  FARPROC FuncReturnhWnd;
-  DWORD dwProvType;
-  BYTE* pbContextInfo;
-  DWORD cbContextInfo;
-  LPSTR pszProvName;
-};
+using VTableProv = nivra::provider::VTableProvStruc;  // the loader's table, version 3
 
 // Every CryptoAPI entry of the provider: its name without prefix and its arguments.
 #define NIVRA_PROVIDER_ENTRIES(X) \

@@ -7,6 +7,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "expected_ui_texts.h"
 #include "modal_dialog_driver.h"
@@ -31,8 +33,12 @@ TEST(SystemLanguage, TextsAndPinDialogFollowIt) {
   ModalDialogRun run([&] { return prompt.DoModal(); });
   HWND dialog = run.WaitForDialog(ExpectedUiText(expectedLangId, kTextPinTitle));
   ASSERT_NE(dialog, nullptr) << "no dialog titled in the system language";
-  EXPECT_EQ(WindowText(GetDlgItem(dialog, IDC_VERIFY_PIN_LABEL)),
-            ExpectedUiText(expectedLangId, kTextPinLabel));
+  for (const auto& [id, number] : {std::pair<int, uint32_t>{IDC_VERIFY_PIN_LABEL, kTextPinLabel},
+                                   {IDOK, kTextOk}, {IDC_VERIFY_PIN_RETRIES, kTextRetriesLeft}}) {
+    std::wstring expected = ExpectedUiText(expectedLangId, number);
+    if (expected.find(L"%d") != std::wstring::npos) expected.replace(expected.find(L"%d"), 2, L"5");
+    EXPECT_EQ(WindowText(GetDlgItem(dialog, id)), expected) << number;
+  }
   PressButton(dialog, IDCANCEL);
   EXPECT_EQ(run.Result(), IDCANCEL);
 }
