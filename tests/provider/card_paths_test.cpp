@@ -34,9 +34,6 @@ TEST_F(CardPaths, RefusalsBeforeTheCard) {
   EXPECT_FAILS_WITH(dll.SignHash(prov, md4, AT_SIGNATURE, nullptr, CRYPT_NOHASHOID, data, &length),
                     ERROR_MORE_DATA);
   EXPECT_EQ(length, 256u);
-  length = 2;
-  EXPECT_FAILS_WITH(dll.GetKeyParam(prov, pair, KP_PADDING, data, &length, 0), ERROR_MORE_DATA);
-  EXPECT_EQ(length, 4u);
   // The card's public key leaves only as a public blob.
   for (DWORD type : {DWORD{PRIVATEKEYBLOB}, DWORD{PLAINTEXTKEYBLOB}}) {
     length = sizeof(data);

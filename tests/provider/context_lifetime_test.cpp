@@ -19,8 +19,7 @@ TEST_F(ContextLifetime, ReleaseRacingEightCallingThreadsLeavesThemAnInvalidHandl
     HCRYPTPROV prov = Open();
     HCRYPTHASH hash = 0;
     ASSERT_TRUE(dll.CreateHash(prov, CALG_SHA1, 0, 0, &hash));
-    std::atomic<int> started{0};
-    std::atomic<int> unexpected{0};
+    std::atomic<int> started{0}, unexpected{0};
     std::atomic<bool> released{false};
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; ++t) {

@@ -33,14 +33,11 @@ FakeState& State() {
   return state;
 }
 
-class FakeDevice : public CardDevice {
- public:
-  explicit FakeDevice(std::string name) : name_(std::move(name)) {}
+struct FakeDevice : CardDevice {
+  explicit FakeDevice(std::string deviceName) : name(std::move(deviceName)) {}
   std::unique_ptr<CardDevice> Clone() const override { return std::make_unique<FakeDevice>(*this); }
-  std::string Name() const override { return name_; }
-
- private:
-  std::string name_;
+  std::string Name() const override { return name; }
+  std::string name;
 };
 
 class FakeBackend : public CardBackend {

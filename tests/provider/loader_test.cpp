@@ -4,14 +4,12 @@
 #include <tlhelp32.h>
 
 #include <string>
-#include <vector>
 
 #include "provider_fixture.h"
 
 namespace {
 
 const wchar_t kProviderName[] = L"Nivra pkcs11 CSP";
-const wchar_t kRegistryBase[] = L"SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\";
 
 std::wstring ModuleDirectory() {
   wchar_t path[MAX_PATH];
@@ -37,15 +35,6 @@ DWORD RunProgram(const std::wstring& commandLine) {
   CloseHandle(pi.hThread);
   CloseHandle(pi.hProcess);
   return code;
-}
-
-// The provider's "Image Path" under its registry key; empty when the key is not there.
-std::wstring RegisteredImagePath() {
-  const std::wstring key = std::wstring(kRegistryBase) + kProviderName;
-  wchar_t path[MAX_PATH] = {};
-  DWORD size = sizeof(path);
-  RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Image Path", RRF_RT_REG_SZ, nullptr, path, &size);
-  return path;
 }
 
 DWORD AcquireThroughLoader(const wchar_t* container, const wchar_t* provider, DWORD flags) {
@@ -77,13 +66,12 @@ class Loader : public ::testing::Test {
   }
 };
 
-// The key names this DLL (the loader reaching it is proved by every loader case); removed, the
-// loader no longer finds the provider.
+// Registered, the loader reaches this DLL (its own NTE_NOT_FOUND: no card); removed, the loader no
+// longer knows the provider.
 TEST_F(Loader, Regsvr32WritesTheProviderKeyAndRemovesIt) {
-  EXPECT_EQ(RegisteredImagePath(), ModuleDirectory() + kProductDll);
+  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_NOT_FOUND));
   ASSERT_EQ(RunProgram(L"regsvr32.exe /s /u \"" + ModuleDirectory() + kProductDll + L"\""), 0u);
-  EXPECT_EQ(RegisteredImagePath(), L"");
-  EXPECT_NE(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), 0u);
+  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_KEYSET_NOT_DEF));
 }
 
 TEST_F(Loader, ThreeHundredLoadsAndFreesInOneProcess) {

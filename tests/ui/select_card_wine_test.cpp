@@ -9,7 +9,6 @@
 #include <wincrypt.h>
 
 #include <atomic>
-#include <cstdio>
 #include <memory>
 #include <set>
 #include <string>
@@ -112,13 +111,8 @@ class SelectCardTest : public TokenTest {
 
   // Selects the row as a click does; true when OK is then enabled.
   bool SelectAllowsOk(int row) {
-    LVITEMW none{};
-    none.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-    SendMessageW(list, LVM_SETITEMSTATE, static_cast<WPARAM>(-1), reinterpret_cast<LPARAM>(&none));
-    LVITEMW state{};
-    state.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-    state.state = LVIS_SELECTED | LVIS_FOCUSED;
-    SendMessageW(list, LVM_SETITEMSTATE, row, reinterpret_cast<LPARAM>(&state));
+    ListView_SetItemState(list, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    ListView_SetItemState(list, row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
     return IsWindowEnabled(GetDlgItem(dialog, IDOK)) != FALSE;
   }
 

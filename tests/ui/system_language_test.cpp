@@ -1,12 +1,11 @@
-// Run once per system language (CTest sets LANG and LC_ALL for each run and passes the language
-// identifier the run must see with --expect-langid=N). Proves that the texts and the PIN dialog
+// Run once per system language (CTest sets LANG and LC_ALL for each run, and the language
+// identifier the run must see in NIVRA_EXPECT_LANGID). Proves that the texts and the PIN dialog
 // follow the system's default language when nobody chooses one.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -21,10 +20,10 @@ namespace {
 
 using namespace nivra::ui;
 
-uint16_t expectedLangId = 0;
-
 TEST(SystemLanguage, TextsAndPinDialogFollowIt) {
-  ASSERT_NE(expectedLangId, 0) << "run with --expect-langid=N";
+  const char* setting = std::getenv("NIVRA_EXPECT_LANGID");
+  ASSERT_NE(setting, nullptr) << "run through CTest, which sets NIVRA_EXPECT_LANGID";
+  const uint16_t expectedLangId = static_cast<uint16_t>(std::atoi(setting));
   ASSERT_EQ(GetSystemDefaultLangID(), expectedLangId);
   for (uint32_t number : {kTextPinTitle, kTextOk, kTextColumnIndex, kTextSelectOpenNamed})
     EXPECT_STREQ(UiText(number), ExpectedUiText(expectedLangId, number)) << number;
@@ -45,12 +44,3 @@ TEST(SystemLanguage, TextsAndPinDialogFollowIt) {
 
 }  // namespace
 }  // namespace nivra::uitest
-
-int main(int argc, char** argv) {
-  ::testing::InitGoogleTest(&argc, argv);
-  const char kFlag[] = "--expect-langid=";
-  for (int i = 1; i < argc; ++i)
-    if (strncmp(argv[i], kFlag, sizeof(kFlag) - 1) == 0)
-      nivra::uitest::expectedLangId = static_cast<uint16_t>(atoi(argv[i] + sizeof(kFlag) - 1));
-  return RUN_ALL_TESTS();
-}
