@@ -104,9 +104,9 @@ TEST_F(AcquireContext, ContainerNameLengths) {
         {svc + std::string(255, 'n'), 0}, {svc + std::string(256, 'n'), tooLong}}) {
     EXPECT_EQ(Acquire(name.c_str(), 0), error) << name.size();
   }
-  for (const auto& [name, error] :
-       {std::pair<std::wstring, DWORD>{std::wstring(255, L'w'), 0}, {std::wstring(256, L'w'), tooLong},
-        {L"\\\\?\\svc0\\\u4E2D\u6587\u2603", 0}}) {
+  for (const auto& [name, error] : {std::pair<std::wstring, DWORD>{std::wstring(255, L'w'), 0},
+                                    {std::wstring(256, L'w'), tooLong},
+                                    {L"\\\\?\\svc0\\\u4E2D\u6587\u2603", 0}}) {
     HCRYPTPROV prov = 0;
     std::wstring copy = name;
     SetLastError(0xFEED);

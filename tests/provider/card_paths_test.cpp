@@ -42,8 +42,8 @@ TEST_F(CardPaths, RefusalsBeforeTheCard) {
   length = 255;
   EXPECT_FAILS_WITH(dll.Decrypt(prov, pair, 0, TRUE, 0, data, &length), NTE_BAD_DATA);
   length = 256;
-  EXPECT_FAILS_WITH(dll.Decrypt(prov, pair, 0, TRUE, CRYPT_OAEP | CRYPT_DECRYPT_RSA_NO_PADDING_CHECK,
-                                data, &length), NTE_BAD_FLAGS);
+  const DWORD bothPaddings = CRYPT_OAEP | CRYPT_DECRYPT_RSA_NO_PADDING_CHECK;
+  EXPECT_FAILS_WITH(dll.Decrypt(prov, pair, 0, TRUE, bothPaddings, data, &length), NTE_BAD_FLAGS);
   EXPECT_FAILS_WITH(dll.Decrypt(prov, pair, 0, TRUE, 0, data, nullptr), ERROR_INVALID_PARAMETER);
   length = 100;
   EXPECT_FAILS_WITH(dll.Encrypt(prov, pair, 0, TRUE, 0, data, &length, 100), NTE_BAD_LEN);
@@ -58,7 +58,8 @@ TEST_F(CardPaths, RefusalsBeforeTheCard) {
   for (DWORD flags : {0x01000000u, 0x05000000u, 0x12000000u}) {  // below, off the step, above
     EXPECT_FAILS_WITH(dll.GenKey(prov, AT_SIGNATURE, flags, &key), NTE_BAD_FLAGS);
   }
-  EXPECT_FAILS_WITH(dll.GenKey(silent, AT_SIGNATURE, CRYPT_USER_PROTECTED, &key), NTE_SILENT_CONTEXT);
+  EXPECT_FAILS_WITH(dll.GenKey(silent, AT_SIGNATURE, CRYPT_USER_PROTECTED, &key),
+                    NTE_SILENT_CONTEXT);
   EXPECT_FAILS_WITH(dll.SetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(shortPin), 0),
                     NTE_BAD_LEN);
   EXPECT_FAILS_WITH(dll.SetProvParam(prov, PP_KEYEXCHANGE_PIN, reinterpret_cast<BYTE*>(longPin), 0),
@@ -76,10 +77,11 @@ TEST_F(CardPaths, WhatReachesTheCard) {
   ASSERT_TRUE(dll.HashData(prov, md4, reinterpret_cast<const BYTE*>("abc"), 3, 0));
   BYTE data[256] = {};
   DWORD length = sizeof(data);
-  EXPECT_SUCCEEDS(dll.SignHash(prov, md4, AT_SIGNATURE, L"ignored", CRYPT_NOHASHOID, data, &length));
+  EXPECT_SUCCEEDS(
+      dll.SignHash(prov, md4, AT_SIGNATURE, L"ignored", CRYPT_NOHASHOID, data, &length));
   const FakeCardRecord record = dll.Record();
-  EXPECT_EQ(record.keySpec, static_cast<DWORD>(AT_SIGNATURE));
-  EXPECT_EQ(Bytes(record.input, record.input + record.inputLength), WineHash(CALG_MD4, {'a', 'b', 'c'}));
+  EXPECT_EQ(Bytes(record.input, record.input + record.inputLength),
+            WineHash(CALG_MD4, {'a', 'b', 'c'}));
   // The padding mode of each decryption.
   HCRYPTKEY pair = 0;
   ASSERT_TRUE(dll.GetUserKey(prov, AT_KEYEXCHANGE, &pair));

@@ -29,8 +29,9 @@ TEST_F(ContextLifetime, ReleaseRacingEightCallingThreadsLeavesThemAnInvalidHandl
           const bool releaseDone = released.load();
           // Half of them make and destroy objects while the release tears the context's lists down.
           HCRYPTKEY key = 0;
-          const BOOL ok = t % 2 == 0 ? dll.HashData(prov, hash, data, sizeof(data), 0)
-                                     : dll.GenKey(prov, CALG_RC4, 0, &key) && dll.DestroyKey(prov, key);
+          const BOOL ok = t % 2 == 0
+                              ? dll.HashData(prov, hash, data, sizeof(data), 0)
+                              : dll.GenKey(prov, CALG_RC4, 0, &key) && dll.DestroyKey(prov, key);
           const DWORD error = ok ? 0 : GetLastError();
           if (first) ++started;
           if (ok && !releaseDone) continue;

@@ -96,7 +96,6 @@ class FakeBackend : public CardBackend {
 
   Status GenKeyPair(ProviderContext& ctx, uint32_t keySpec, uint32_t bits) override {
     State().record.genKeyBits = bits;
-    State().record.keySpec = keySpec;
     return kOk;
   }
 
@@ -104,7 +103,6 @@ class FakeBackend : public CardBackend {
   Status PrivateKeyOp(ProviderContext&, uint32_t keySpec, uint32_t mode, const uint8_t* in,
                       uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
     FakeCardRecord& record = State().record;
-    record.keySpec = keySpec;
     record.mode = mode;
     record.inputLength = inLen < sizeof(record.input) ? inLen : sizeof(record.input);
     std::memcpy(record.input, in, record.inputLength);

@@ -37,9 +37,9 @@ DWORD RunProgram(const std::wstring& commandLine) {
   return code;
 }
 
-DWORD AcquireThroughLoader(const wchar_t* container, const wchar_t* provider, DWORD flags) {
+DWORD AcquireThroughLoader(DWORD flags) {
   HCRYPTPROV prov = 0;
-  if (CryptAcquireContextW(&prov, container, provider, PROV_RSA_FULL, flags)) {
+  if (CryptAcquireContextW(&prov, nullptr, kProviderName, PROV_RSA_FULL, flags)) {
     CryptReleaseContext(prov, 0);
     return 0;
   }
@@ -69,15 +69,15 @@ class Loader : public ::testing::Test {
 // Registered, the loader reaches this DLL (its own NTE_NOT_FOUND: no card); removed, the loader no
 // longer knows the provider.
 TEST_F(Loader, Regsvr32WritesTheProviderKeyAndRemovesIt) {
-  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_NOT_FOUND));
+  EXPECT_EQ(AcquireThroughLoader(CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_NOT_FOUND));
   ASSERT_EQ(RunProgram(L"regsvr32.exe /s /u \"" + ModuleDirectory() + kProductDll + L"\""), 0u);
-  EXPECT_EQ(AcquireThroughLoader(nullptr, kProviderName, CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_KEYSET_NOT_DEF));
+  EXPECT_EQ(AcquireThroughLoader(CRYPT_VERIFYCONTEXT), static_cast<DWORD>(NTE_KEYSET_NOT_DEF));
 }
 
 TEST_F(Loader, ThreeHundredLoadsAndFreesInOneProcess) {
   const size_t threadsBefore = ThreadsOfThisProcess();
   for (int i = 0; i < 300; ++i) {
-    ASSERT_EQ(AcquireThroughLoader(nullptr, kProviderName, 0), static_cast<DWORD>(NTE_NOT_FOUND)) << i;
+    ASSERT_EQ(AcquireThroughLoader(0), static_cast<DWORD>(NTE_NOT_FOUND)) << i;
   }
   // The module stays pinned after its first load: one watcher thread, not one per load.
   EXPECT_LE(ThreadsOfThisProcess(), threadsBefore + 1);

@@ -56,11 +56,6 @@ class ModuleRsa : public FakeCardProvider {
     LoadBigEndian(Reversed(Bytes(blob.begin() + 20, blob.begin() + 20 + kBytes)), &modulus);
     LoadBigEndian(Reversed(Bytes(blob.end() - kBytes, blob.end())), &privateExponent);
   }
-  void TearDown() override {
-    if (winePair != 0) CryptDestroyKey(winePair);
-    FakeCardProvider::TearDown();
-  }
-
   // Our hash of kMessage (SSL3 SHAMD5: its value set from Wine's MD5 and SHA-1 values).
   HCRYPTHASH OurHash(ALG_ID alg) {
     HCRYPTHASH hash = 0;
@@ -148,8 +143,8 @@ TEST_F(ModuleRsa, OnlyTheExactEncodingAfterTheFrameVerifies) {
       {"bytes after the MD5 hash", CALG_MD5, 0, Join({kMd5Prefix, md5, {0xAB, 0xCD}}), false},
       {"a byte after the bare hash", CALG_SHA1, CRYPT_NOHASHOID, Join({sha1, {0x00}}), false},
       {"another object identifier", CALG_SHA1, 0, Join({wrongOid, sha1}), false},
-      {"another message's hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.size(), 0x5A)}), false},
-      {"short payload", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.begin(), sha1.end() - 1)}), false},
+      {"another hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.size(), 0x5A)}), false},
+      {"short hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.begin(), sha1.end() - 1)}), false},
       {"hash alone where a DigestInfo belongs", CALG_SHA1, 0, sha1, false},
   };
   for (const auto& c : cases) {
@@ -157,7 +152,8 @@ TEST_F(ModuleRsa, OnlyTheExactEncodingAfterTheFrameVerifies) {
     const HCRYPTHASH hash = OurHash(c.alg);
     const Bytes signature = SignBlock(c.payload);
     SetLastError(0xFEED);
-    const BOOL ok = dll.VerifySignature(prov, hash, signature.data(), kBytes, moduleKey, nullptr, c.flags);
+    const BOOL ok =
+        dll.VerifySignature(prov, hash, signature.data(), kBytes, moduleKey, nullptr, c.flags);
     EXPECT_EQ(ok != FALSE, c.accepted);
     EXPECT_EQ(GetLastError(), c.accepted ? 0u : static_cast<DWORD>(NTE_BAD_SIGNATURE));
     dll.DestroyHash(prov, hash);

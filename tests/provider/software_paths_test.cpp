@@ -64,9 +64,6 @@ TEST_F(SoftwarePaths, SessionKeysAgreeWithWinesProvider) {
   EXPECT_TRUE(dll.GetHashParam(prov, ourKeyHash, HP_HASHVAL, va, &lva, 0));
   EXPECT_TRUE(CryptGetHashParam(wineKeyHash, HP_HASHVAL, vb, &lvb, 0));
   EXPECT_EQ(0, memcmp(va, vb, 16));
-  CryptDestroyHash(wineKeyHash);
-  CryptDestroyHash(wineHash);
-  CryptDestroyKey(theirs);
 }
 
 // The export rules of generated session keys, and the import of malformed blobs.

@@ -26,6 +26,11 @@ class ModalDialogRun {
   // What body returned, or kStillOpen when it has not returned within timeoutMs.
   static constexpr INT_PTR kStillOpen = -2;
   INT_PTR Result(DWORD timeoutMs = 10000);
+  // The same as Result: true and *result set when body returned within timeoutMs.
+  bool Finished(INT_PTR* result, DWORD timeoutMs = 10000) {
+    *result = Result(timeoutMs);
+    return *result != kStillOpen;
+  }
 
   DWORD threadId() const { return threadId_.load(); }
 

@@ -1,8 +1,8 @@
 // The card selection dialog of an interactive acquire, driven as a user would under an X server,
 // with two SoftHSM2 tokens behind the forwarding module: what each row says of the container,
 // which rows let OK through per operation, the card the choice binds, the application's window
-// as its owner, cancelling, the keyboard, and a token taken out while the dialog is open; then with the card service's Bluetooth device
-// and service card listed as well.
+// as its owner, cancelling, the keyboard, and a token taken out while the dialog is open; then
+// with the card service's Bluetooth device and service card listed as well.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <commctrl.h>
@@ -26,7 +26,6 @@ using servicetest::Person;
 using uitest::ExpectedUiText;
 using uitest::ModalDialogRun;
 
-constexpr char kSecondTokenLabel[] = "nivra-fwd-2";
 constexpr wchar_t kDialogTitle[] = L"Select CSP";
 constexpr DWORD kSlotIdParam = 0x80000001;
 constexpr DWORD kPromptPinParam = 0x80000002;
@@ -64,7 +63,7 @@ class SelectCardTest : public TokenTest {
   void SetUp() override {
     TokenTest::SetUp();
     ASSERT_NO_FATAL_FAILURE(StartProvider());
-    secondSlotName = SlotOfToken(kSecondTokenLabel);
+    secondSlotName = SlotOfToken("nivra-fwd-2");
     ASSERT_FALSE(secondSlotName.empty()) << "the second token is not listed";
   }
 
@@ -83,11 +82,13 @@ class SelectCardTest : public TokenTest {
       g_applicationWindow = CreateWindowExW(0, L"STATIC", L"application",
                                             WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200, 100,
                                             nullptr, nullptr, nullptr, nullptr);
-      provider::VTableProvStruc table{3, nullptr, reinterpret_cast<FARPROC>(&ReturnApplicationWindow),
+      provider::VTableProvStruc table{3, nullptr,
+                                      reinterpret_cast<FARPROC>(&ReturnApplicationWindow),
                                       PROV_RSA_FULL, nullptr, 0, nullptr};
       std::string name = container;
       HCRYPTPROV handle = 0;
-      BOOL ok = entries.AcquireContext(&handle, name.empty() ? nullptr : name.data(), flags, &table);
+      BOOL ok = entries.AcquireContext(&handle, name.empty() ? nullptr : name.data(), flags,
+                                       &table);
       const DWORD error = ok ? 0 : GetLastError();
       DestroyWindow(g_applicationWindow.load());
       chosen = handle;

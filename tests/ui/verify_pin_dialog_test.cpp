@@ -37,7 +37,8 @@ TEST(PinDialog, ShortPinShowsMessageAndKeepsDialogOpen) {
   SubmitPin(dialog, L"1");
   HWND box = run.WaitForDialog(kEnglishTitle, dialog);
   ASSERT_NE(box, nullptr) << "no message box";
-  EXPECT_EQ(WindowText(GetDlgItem(box, kMessageBoxText)), ExpectedUiText(kEnglish, kTextPinTooShort));
+  EXPECT_EQ(WindowText(GetDlgItem(box, kMessageBoxText)),
+            ExpectedUiText(kEnglish, kTextPinTooShort));
   EXPECT_EQ(GetWindow(box, GW_OWNER), dialog);
   PressButton(box, IDOK);
   ASSERT_TRUE(WaitUntil([box] { return !IsWindow(box); }));
