@@ -6,7 +6,6 @@
 #include <windows.h>
 
 #include <cstring>
-#include <mutex>
 #include <string>
 
 #include "provider/card_backend.h"
@@ -23,7 +22,6 @@ constexpr uint32_t kFakeModulusBytes = kFakeModulusBits / 8;
 constexpr uint32_t kFakeExponent = 65537;
 
 struct FakeState {
-  std::mutex mutex;
   uint32_t deviceCount[4] = {};  // per kind
   std::string containerOn;       // device that holds the container (silent search)
   Status openResult = kOk;
@@ -35,14 +33,11 @@ FakeState& State() {
   return state;
 }
 
-class FakeDevice : public CardDevice {
- public:
-  explicit FakeDevice(std::string name) : name_(std::move(name)) {}
+struct FakeDevice : CardDevice {
+  explicit FakeDevice(std::string deviceName) : name(std::move(deviceName)) {}
   std::unique_ptr<CardDevice> Clone() const override { return std::make_unique<FakeDevice>(*this); }
-  std::string Name() const override { return name_; }
-
- private:
-  std::string name_;
+  std::string Name() const override { return name; }
+  std::string name;
 };
 
 class FakeBackend : public CardBackend {
@@ -50,7 +45,6 @@ class FakeBackend : public CardBackend {
   FakeBackend(uint32_t kind, const char* prefix) : kind_(kind), prefix_(prefix) {}
 
   Status EnumDevices(ProviderContext&, CardDeviceList& out) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     for (uint32_t i = 0; i < State().deviceCount[kind_]; ++i) {
       out.push_back(std::make_unique<FakeDevice>(prefix_ + std::to_string(i)));
     }
@@ -58,7 +52,6 @@ class FakeBackend : public CardBackend {
   }
 
   Status ConnectByName(ProviderContext& ctx, const std::string& name) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     for (uint32_t i = 0; i < State().deviceCount[kind_]; ++i) {
       if (name == prefix_ + std::to_string(i)) {
         ctx.device = std::make_unique<FakeDevice>(name);
@@ -75,13 +68,11 @@ class FakeBackend : public CardBackend {
 
   Status OpenContainer(ProviderContext& ctx, uint32_t flags) override {
     Status status = OpenContextLock(ctx, "NivraCSP_Fake_" + ctx.device->Name());
-    std::lock_guard<std::mutex> lock(State().mutex);
     State().record.openFlags = flags;
     return status != kOk ? status : State().openResult;
   }
 
   Status FindContainer(ProviderContext& ctx, CardDeviceList& devices) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     for (auto& device : devices) {
       if (device->Name() == State().containerOn) {
         ctx.device = device->Clone();
@@ -92,7 +83,6 @@ class FakeBackend : public CardBackend {
   }
 
   void CloseSession(ProviderContext&) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     ++State().record.closeCount;
   }
 
@@ -105,18 +95,14 @@ class FakeBackend : public CardBackend {
   }
 
   Status GenKeyPair(ProviderContext& ctx, uint32_t keySpec, uint32_t bits) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     State().record.genKeyBits = bits;
-    State().record.keySpec = keySpec;
     return kOk;
   }
 
   // Records what reached the card and answers with a block of the modulus length.
   Status PrivateKeyOp(ProviderContext&, uint32_t keySpec, uint32_t mode, const uint8_t* in,
                       uint32_t inLen, uint8_t* out, uint32_t* outLen) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     FakeCardRecord& record = State().record;
-    record.keySpec = keySpec;
     record.mode = mode;
     record.inputLength = inLen < sizeof(record.input) ? inLen : sizeof(record.input);
     std::memcpy(record.input, in, record.inputLength);
@@ -127,7 +113,6 @@ class FakeBackend : public CardBackend {
   }
 
   Status VerifyPin(ProviderContext&, const uint8_t* pin, uint32_t len) override {
-    std::lock_guard<std::mutex> lock(State().mutex);
     char* last = State().record.lastPin;
     const uint32_t kept = len < sizeof(State().record.lastPin) ? len : sizeof(State().record.lastPin) - 1;
     std::memcpy(last, pin, kept);
@@ -153,7 +138,6 @@ extern "C" __declspec(dllexport) void FakeCardReset(uint32_t serviceCardCount,
                                                     uint32_t bluetoothCardCount,
                                                     const char* containerOn) {
   FakeState& s = State();
-  std::lock_guard<std::mutex> lock(s.mutex);
   s.deviceCount[BackendServiceCard] = serviceCardCount;
   s.deviceCount[BackendBluetoothCard] = bluetoothCardCount;
   s.containerOn = containerOn != nullptr ? containerOn : "";
@@ -162,12 +146,10 @@ extern "C" __declspec(dllexport) void FakeCardReset(uint32_t serviceCardCount,
 }
 
 extern "C" __declspec(dllexport) void FakeCardSetOpenResult(uint32_t status) {
-  std::lock_guard<std::mutex> lock(State().mutex);
   State().openResult = status;
 }
 
 extern "C" __declspec(dllexport) void FakeCardRecordGet(FakeCardRecord* out) {
-  std::lock_guard<std::mutex> lock(State().mutex);
   *out = State().record;
 }
 

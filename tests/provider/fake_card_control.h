@@ -4,7 +4,6 @@
 
 // What the last card operations received.
 struct FakeCardRecord {
-  uint32_t keySpec;
   uint32_t mode;
   uint32_t openFlags;
   uint32_t genKeyBits;

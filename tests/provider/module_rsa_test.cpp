@@ -4,10 +4,9 @@
 //
 // Verification accepts a block only when, after its type 1 frame, it carries exactly what a
 // signer writes, and blocks with other bytes around the hash (which is what a small-exponent
-// forgery needs), a wrong DigestInfo or a short payload are refused. Wine's provider, which
-// compares whole blocks, gives the same verdict. The blocks are signed here with plain modular
-// arithmetic on the private exponent of the key that Wine generated (a v1.5 signature is
-// deterministic, so the correct ones are exactly Wine's own signatures).
+// forgery needs), a wrong DigestInfo or a short payload are refused. The blocks are signed here
+// with plain modular arithmetic on the private exponent of the key that Wine generated (a v1.5
+// signature is deterministic, so the correct ones are exactly Wine's own signatures).
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -37,21 +36,6 @@ void LoadBigEndian(const Bytes& bytes, CBigNumber* value) {
   EXPECT_EQ(value->FromBytes(bytes.data(), 0, static_cast<uint32_t>(bytes.size())), 0);
 }
 
-Bytes ToBigEndian(const CBigNumber& value, size_t length) {
-  Bytes bytes(length);
-  value.ToBytesFixed(bytes.data(), static_cast<uint32_t>(length));
-  return bytes;
-}
-
-// 00 01 FF.. 00 payload, k bytes.
-Bytes Type1Block(size_t k, const Bytes& payload) {
-  Bytes block(k - payload.size(), 0xFF);
-  block[0] = 0x00;
-  block[1] = 0x01;
-  block.back() = 0x00;
-  return Join({block, payload});
-}
-
 class ModuleRsa : public FakeCardProvider {
  protected:
   void SetUp() override {
@@ -63,26 +47,55 @@ class ModuleRsa : public FakeCardProvider {
     publicBlob.resize(length);
     ASSERT_TRUE(CryptExportKey(winePair, 0, PUBLICKEYBLOB, 0, publicBlob.data(), &length));
     EXPECT_SUCCEEDS(dll.ImportKey(prov, publicBlob.data(), length, 0, 0, &moduleKey));
+    ASSERT_TRUE(CryptExportKey(winePair, 0, PRIVATEKEYBLOB, 0, nullptr, &length));
+    Bytes blob(length);
+    ASSERT_TRUE(CryptExportKey(winePair, 0, PRIVATEKEYBLOB, 0, blob.data(), &length));
+    // PRIVATEKEYBLOB: headers, n (k bytes), five CRT values (k / 2 each), d (k bytes); all
+    // least significant byte first.
+    ASSERT_EQ(blob.size(), 20u + 9 * kBytes / 2);
+    LoadBigEndian(Reversed(Bytes(blob.begin() + 20, blob.begin() + 20 + kBytes)), &modulus);
+    LoadBigEndian(Reversed(Bytes(blob.end() - kBytes, blob.end())), &privateExponent);
   }
-  void TearDown() override {
-    if (winePair != 0) CryptDestroyKey(winePair);
-    FakeCardProvider::TearDown();
+  // Our hash of kMessage (SSL3 SHAMD5: its value set from Wine's MD5 and SHA-1 values).
+  HCRYPTHASH OurHash(ALG_ID alg) {
+    HCRYPTHASH hash = 0;
+    EXPECT_TRUE(dll.CreateHash(prov, alg, 0, 0, &hash));
+    if (alg != CALG_SSL3_SHAMD5) {
+      EXPECT_TRUE(dll.HashData(prov, hash, kMessage, sizeof(kMessage), 0));
+    } else {
+      EXPECT_TRUE(dll.SetHashParam(prov, hash, HP_HASHVAL,
+                                   Join({HashValue(CALG_MD5), HashValue(CALG_SHA1)}).data(), 0));
+    }
+    return hash;
   }
 
+  Bytes HashValue(ALG_ID alg) { return WineHash(alg, Bytes(kMessage, kMessage + sizeof(kMessage))); }
+
+  // The signature (CryptoAPI byte order) of the type 1 block 00 01 FF.. 00 `payload`.
+  Bytes SignBlock(const Bytes& payload) {
+    Bytes frame(kBytes - payload.size(), 0xFF);
+    frame[0] = 0x00;
+    frame[1] = 0x01;
+    frame.back() = 0x00;
+    CBigNumber block, signature;
+    LoadBigEndian(Join({frame, payload}), &block);
+    EXPECT_EQ(signature.ModExp(block, privateExponent, modulus), 0);
+    Bytes bytes(kBytes);
+    signature.ToBytesFixed(bytes.data(), static_cast<uint32_t>(kBytes));
+    return Reversed(bytes);
+  }
+
+  static constexpr size_t kBytes = 128;
   HCRYPTKEY winePair = 0;
   HCRYPTKEY moduleKey = 0;
   Bytes publicBlob;
+  CBigNumber modulus;
+  CBigNumber privateExponent;
 };
 
-TEST_F(ModuleRsa, KeyDescribesItselfAndExportsTheSameBlob) {
-  DWORD value = 0, length = sizeof(value);
-  EXPECT_SUCCEEDS(dll.GetKeyParam(prov, moduleKey, KP_KEYLEN, reinterpret_cast<BYTE*>(&value), &length, 0));
-  EXPECT_EQ(value, 1024u);
-  EXPECT_SUCCEEDS(dll.GetKeyParam(prov, moduleKey, KP_ALGID, reinterpret_cast<BYTE*>(&value), &length, 0));
-  EXPECT_EQ(value, static_cast<DWORD>(CALG_RSA_KEYX));
-  EXPECT_FAILS_WITH(dll.GetKeyParam(prov, moduleKey, KP_PERMISSIONS, reinterpret_cast<BYTE*>(&value), &length, 0), NTE_BAD_TYPE);
+TEST_F(ModuleRsa, ExportsTheSameBlob) {
   std::vector<BYTE> exported(publicBlob.size());
-  length = static_cast<DWORD>(exported.size());
+  DWORD length = static_cast<DWORD>(exported.size());
   EXPECT_SUCCEEDS(dll.ExportKey(prov, moduleKey, 0, PUBLICKEYBLOB, 0, exported.data(), &length));
   EXPECT_EQ(exported, publicBlob);
 }
@@ -110,76 +123,7 @@ TEST_F(ModuleRsa, EncryptionDecryptsWithWinesPrivateKey) {
   EXPECT_EQ(length, 128u);
 }
 
-class SignatureStrictness : public ModuleRsa {
- protected:
-  void SetUp() override {
-    ModuleRsa::SetUp();
-    if (HasFatalFailure()) return;
-    Bytes blob = Export(PRIVATEKEYBLOB);
-    // PRIVATEKEYBLOB: headers, n (k bytes), five CRT values (k / 2 each), d (k bytes); all
-    // least significant byte first.
-    ASSERT_EQ(blob.size(), 20u + 9 * kBytes / 2);
-    LoadBigEndian(Reversed(Bytes(blob.begin() + 20, blob.begin() + 20 + kBytes)), &modulus);
-    LoadBigEndian(Reversed(Bytes(blob.end() - kBytes, blob.end())), &privateExponent);
-  }
-
-  Bytes Export(DWORD type) {
-    DWORD length = 0;
-    EXPECT_TRUE(CryptExportKey(winePair, 0, type, 0, nullptr, &length));
-    Bytes blob(length);
-    EXPECT_TRUE(CryptExportKey(winePair, 0, type, 0, blob.data(), &length));
-    return blob;
-  }
-
-  // A hash of kMessage in both providers (SSL3 SHAMD5: its value set from MD5 and SHA-1).
-  void MakeHashes(ALG_ID alg, HCRYPTHASH* ours, HCRYPTHASH* wines, Bytes* value) {
-    ASSERT_TRUE(dll.CreateHash(prov, alg, 0, 0, ours));
-    ASSERT_TRUE(CryptCreateHash(wine, alg, 0, 0, wines));
-    if (alg == CALG_SSL3_SHAMD5) {
-      *value = Join({HashValue(CALG_MD5), HashValue(CALG_SHA1)});
-      ASSERT_TRUE(dll.SetHashParam(prov, *ours, HP_HASHVAL, value->data(), 0));
-      ASSERT_TRUE(CryptSetHashParam(*wines, HP_HASHVAL, value->data(), 0));
-      return;
-    }
-    ASSERT_TRUE(dll.HashData(prov, *ours, kMessage, sizeof(kMessage), 0));
-    ASSERT_TRUE(CryptHashData(*wines, kMessage, sizeof(kMessage), 0));
-    *value = HashValue(alg);
-  }
-
-  Bytes HashValue(ALG_ID alg) { return WineHash(alg, Bytes(kMessage, kMessage + sizeof(kMessage))); }
-
-  // The signature (CryptoAPI byte order) of the type 1 block around `payload`.
-  Bytes SignBlock(const Bytes& payload) {
-    CBigNumber block, signature;
-    LoadBigEndian(Type1Block(kBytes, payload), &block);
-    EXPECT_EQ(signature.ModExp(block, privateExponent, modulus), 0);
-    return Reversed(ToBigEndian(signature, kBytes));
-  }
-
-  // Our verdict and Wine's on one signature; the last error of ours (0 when it verified).
-  DWORD Verify(ALG_ID alg, HCRYPTKEY ourKey, HCRYPTKEY wineKey, const Bytes& signature,
-               DWORD flags, bool* wineAccepts) {
-    HCRYPTHASH ours = 0, wines = 0;
-    Bytes value;
-    MakeHashes(alg, &ours, &wines, &value);
-    *wineAccepts = CryptVerifySignatureW(wines, signature.data(), static_cast<DWORD>(signature.size()),
-                                         wineKey, nullptr, flags) != FALSE;
-    SetLastError(0xFEED);
-    const BOOL ok = dll.VerifySignature(prov, ours, signature.data(),
-                                        static_cast<DWORD>(signature.size()), ourKey, nullptr, flags);
-    const DWORD error = GetLastError();
-    EXPECT_EQ(ok != FALSE, error == 0);
-    CryptDestroyHash(wines);
-    dll.DestroyHash(prov, ours);
-    return error;
-  }
-
-  static constexpr size_t kBytes = 128;
-  CBigNumber modulus;
-  CBigNumber privateExponent;
-};
-
-TEST_F(SignatureStrictness, OnlyTheExactEncodingAfterTheFrameVerifies) {
+TEST_F(ModuleRsa, OnlyTheExactEncodingAfterTheFrameVerifies) {
   const Bytes sha1 = HashValue(CALG_SHA1);
   const Bytes md5 = HashValue(CALG_MD5);
   Bytes wrongOid = kSha1Prefix;
@@ -190,37 +134,35 @@ TEST_F(SignatureStrictness, OnlyTheExactEncodingAfterTheFrameVerifies) {
     DWORD flags;
     Bytes payload;
     bool accepted;
-    bool wineAccepts;  // Wine also takes a bare hash where a DigestInfo belongs; nothing else
   } cases[] = {
-      {"SHA-1 DigestInfo and hash", CALG_SHA1, 0, Join({kSha1Prefix, sha1}), true, true},
-      {"MD5 DigestInfo and hash", CALG_MD5, 0, Join({kMd5Prefix, md5}), true, true},
-      {"bare hash without identifier", CALG_SHA1, CRYPT_NOHASHOID, sha1, true, true},
-      {"SSL3 MD5 and SHA-1 values", CALG_SSL3_SHAMD5, 0, Join({md5, sha1}), true, true},
-      {"a byte after the hash", CALG_SHA1, 0, Join({kSha1Prefix, sha1, {0x00}}), false, false},
-      {"bytes after the MD5 hash", CALG_MD5, 0, Join({kMd5Prefix, md5, {0xAB, 0xCD}}), false, false},
-      {"a byte after the bare hash", CALG_SHA1, CRYPT_NOHASHOID, Join({sha1, {0x00}}), false, false},
-      {"another object identifier", CALG_SHA1, 0, Join({wrongOid, sha1}), false, false},
-      {"another message's hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.size(), 0x5A)}), false,
-       false},
-      {"short payload", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.begin(), sha1.end() - 1)}), false,
-       false},
-      {"hash alone where a DigestInfo belongs", CALG_SHA1, 0, sha1, false, true},
+      {"SHA-1 DigestInfo and hash", CALG_SHA1, 0, Join({kSha1Prefix, sha1}), true},
+      {"MD5 DigestInfo and hash", CALG_MD5, 0, Join({kMd5Prefix, md5}), true},
+      {"bare hash without identifier", CALG_SHA1, CRYPT_NOHASHOID, sha1, true},
+      {"SSL3 MD5 and SHA-1 values", CALG_SSL3_SHAMD5, 0, Join({md5, sha1}), true},
+      {"a byte after the hash", CALG_SHA1, 0, Join({kSha1Prefix, sha1, {0x00}}), false},
+      {"bytes after the MD5 hash", CALG_MD5, 0, Join({kMd5Prefix, md5, {0xAB, 0xCD}}), false},
+      {"a byte after the bare hash", CALG_SHA1, CRYPT_NOHASHOID, Join({sha1, {0x00}}), false},
+      {"another object identifier", CALG_SHA1, 0, Join({wrongOid, sha1}), false},
+      {"another hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.size(), 0x5A)}), false},
+      {"short hash", CALG_SHA1, 0, Join({kSha1Prefix, Bytes(sha1.begin(), sha1.end() - 1)}), false},
+      {"hash alone where a DigestInfo belongs", CALG_SHA1, 0, sha1, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    bool wineAccepts = false;
-    const DWORD error = Verify(c.alg, moduleKey, winePair, SignBlock(c.payload), c.flags, &wineAccepts);
-    EXPECT_EQ(error, c.accepted ? 0u : static_cast<DWORD>(NTE_BAD_SIGNATURE));
-    EXPECT_EQ(wineAccepts, c.wineAccepts) << "Wine's provider's verdict";
+    const HCRYPTHASH hash = OurHash(c.alg);
+    const Bytes signature = SignBlock(c.payload);
+    SetLastError(0xFEED);
+    const BOOL ok =
+        dll.VerifySignature(prov, hash, signature.data(), kBytes, moduleKey, nullptr, c.flags);
+    EXPECT_EQ(ok != FALSE, c.accepted);
+    EXPECT_EQ(GetLastError(), c.accepted ? 0u : static_cast<DWORD>(NTE_BAD_SIGNATURE));
+    dll.DestroyHash(prov, hash);
   }
   // A correct signature one byte short, and no key.
-  HCRYPTHASH ours = 0, wines = 0;
-  Bytes value;
-  MakeHashes(CALG_SHA1, &ours, &wines, &value);
+  const HCRYPTHASH hash = OurHash(CALG_SHA1);
   const Bytes good = SignBlock(Join({kSha1Prefix, sha1}));
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, ours, good.data(), kBytes - 1, moduleKey, nullptr, 0), NTE_BAD_SIGNATURE);
-  EXPECT_FAILS_WITH(dll.VerifySignature(prov, ours, good.data(), kBytes, 0, nullptr, 0), NTE_INVALID_PARAMETER);
-  CryptDestroyHash(wines);
+  EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, good.data(), kBytes - 1, moduleKey, nullptr, 0), NTE_BAD_SIGNATURE);
+  EXPECT_FAILS_WITH(dll.VerifySignature(prov, hash, good.data(), kBytes, 0, nullptr, 0), NTE_INVALID_PARAMETER);
 }
 
 }  // namespace

@@ -6,18 +6,12 @@
 #include <string>
 
 #include "fake_card_control.h"
+#include "provider/csp_interface.h"
 
-struct VTableProv {  // the loader's VTableProvStruc, version 3
-  DWORD Version;
-  FARPROC FuncVerifyImage;
-  FARPROC FuncReturnhWnd;
-  DWORD dwProvType;
-  BYTE* pbContextInfo;
-  DWORD cbContextInfo;
-  LPSTR pszProvName;
-};
+using VTableProv = nivra::provider::VTableProvStruc;  // the loader's table, version 3
 
-// Every CryptoAPI entry of the provider: its name without prefix and its arguments.
+// The CryptoAPI entries the tests call (the duplicate entries only answer that they are not
+// implemented): each name without prefix and its arguments.
 #define NIVRA_PROVIDER_ENTRIES(X) \
   X(AcquireContext, HCRYPTPROV*, LPSTR, DWORD, VTableProv*) \
   X(AcquireContextW, HCRYPTPROV*, LPWSTR, DWORD, void*) \
@@ -42,9 +36,7 @@ struct VTableProv {  // the loader's VTableProvStruc, version 3
   X(DestroyHash, HCRYPTPROV, HCRYPTHASH) \
   X(VerifySignature, HCRYPTPROV, HCRYPTHASH, const BYTE*, DWORD, HCRYPTKEY, LPCWSTR, DWORD) \
   X(GenRandom, HCRYPTPROV, DWORD, BYTE*) \
-  X(GetUserKey, HCRYPTPROV, DWORD, HCRYPTKEY*) \
-  X(DuplicateHash, HCRYPTPROV, HCRYPTHASH, DWORD*, DWORD, HCRYPTHASH*) \
-  X(DuplicateKey, HCRYPTPROV, HCRYPTKEY, DWORD*, DWORD, HCRYPTKEY*)
+  X(GetUserKey, HCRYPTPROV, DWORD, HCRYPTKEY*)
 
 struct ProviderDll {
   HMODULE module = nullptr;

@@ -1,15 +1,13 @@
 // The record of recently verified devices: one entry per name, 256 at most, forgetting moves the
-// later entries down, 30 seconds of freshness, names of at most 63 characters, and the locking
-// (an in-process lock and a named mutex every user can open) that serialises it.
+// later entries down, 30 seconds of freshness, names of at most 63 characters, and the named
+// mutex that serialises it.
 #include "provider/verified_pin_cache.h"
 
 #include <windows.h>
 
-#include <aclapi.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <string>
 #include <thread>
 
@@ -74,10 +72,6 @@ TEST_F(VerifiedPinCache, FreshForLessThanThirtySeconds) {
     fakeNow = 5'000'000 + elapsed;
     EXPECT_EQ(IsPinVerifiedRecently("bt-card"), fresh) << elapsed;
   }
-  // Stale entries are not aged out; marking again makes them fresh.
-  EXPECT_EQ(Find("bt-card").first, 0);
-  ASSERT_EQ(MarkPinVerified("bt-card"), 1);
-  EXPECT_TRUE(IsPinVerifiedRecently("bt-card"));
   EXPECT_FALSE(IsPinVerifiedRecently("other-card"));
   VerifiedPinEntry entry{};
   entry.verifiedAt = 10'000;
@@ -95,29 +89,13 @@ TEST_F(VerifiedPinCache, NamesOver63CharactersAreRejectedNotTruncated) {
   EXPECT_EQ(MarkPinVerified(nullptr), 0);
   EXPECT_EQ(FindPinVerified(nullptr, nullptr), -1);
   EXPECT_EQ(ForgetPinVerified(nullptr), 0);
-  // The entry of a shorter name in a reused slot is zero-padded.
-  ASSERT_EQ(ForgetPinVerified(longest.c_str()), 1);
-  ASSERT_EQ(MarkPinVerified("ab"), 1);
-  VerifiedPinEntry entry;
-  memset(&entry, 0xCC, sizeof(entry));
-  ASSERT_EQ(FindPinVerified("ab", &entry), 0);
-  EXPECT_EQ(std::string(entry.name, kVerifiedPinNameSize), std::string("ab") + std::string(62, '\0'));
 }
 
-// Marking and forgetting wait while any holder (another component or process) has the mutex,
-// which every user's processes may open (its DACL is NULL).
+// Marking and forgetting wait while any holder (another component or process) has the mutex.
 TEST_F(VerifiedPinCache, OperationsWaitForAnyHolderOfTheNamedMutex) {
   ASSERT_EQ(CreateVerifiedPinMutex(), 0u);
-  HANDLE holder =
-      OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE | READ_CONTROL, FALSE, kVerifiedPinMutexName);
+  HANDLE holder = OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, kVerifiedPinMutexName);
   ASSERT_NE(holder, nullptr) << "the cache mutex exists under its name";
-  PACL dacl = reinterpret_cast<PACL>(1);
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  ASSERT_EQ(GetSecurityInfo(holder, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                            &dacl, nullptr, &descriptor),
-            static_cast<DWORD>(ERROR_SUCCESS));
-  EXPECT_EQ(dacl, nullptr);
-  LocalFree(descriptor);
   for (bool mark : {true, false}) {
     ASSERT_EQ(WaitForSingleObject(holder, 10000), WAIT_OBJECT_0);
     std::atomic<bool> done{false};

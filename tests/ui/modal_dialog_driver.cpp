@@ -51,24 +51,14 @@ HWND ModalDialogRun::WaitForDialog(const wchar_t* title, HWND except, DWORD time
   return found;
 }
 
-bool ModalDialogRun::Finished(INT_PTR* result, DWORD timeoutMs) {
-  if (!WaitUntil([this] { return done_.load(); }, timeoutMs)) return false;
-  *result = result_.load();
-  return true;
+INT_PTR ModalDialogRun::Result(DWORD timeoutMs) {
+  return WaitUntil([this] { return done_.load(); }, timeoutMs) ? result_.load() : kStillOpen;
 }
 
 std::wstring WindowText(HWND hwnd) {
   wchar_t buffer[512] = {};
   GetWindowTextW(hwnd, buffer, static_cast<int>(sizeof(buffer) / sizeof(buffer[0])));
   return buffer;
-}
-
-HWND FindChildWithText(HWND parent, const std::wstring& text) {
-  std::vector<HWND> children;
-  EnumChildWindows(parent, &CollectWindow, reinterpret_cast<LPARAM>(&children));
-  for (HWND child : children)
-    if (WindowText(child) == text) return child;
-  return nullptr;
 }
 
 void PressButton(HWND dialog, int id) {

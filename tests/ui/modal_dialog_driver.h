@@ -23,13 +23,13 @@ class ModalDialogRun {
   // (FindWindowExW on class "#32770"), skipping except. nullptr when none appeared.
   HWND WaitForDialog(const wchar_t* title, HWND except = nullptr, DWORD timeoutMs = 10000);
 
-  // Waits up to timeoutMs for body to return; true and *result set when it did.
-  bool Finished(INT_PTR* result, DWORD timeoutMs = 10000);
   // What body returned, or kStillOpen when it has not returned within timeoutMs.
   static constexpr INT_PTR kStillOpen = -2;
-  INT_PTR Result(DWORD timeoutMs = 10000) {
-    INT_PTR result = 0;
-    return Finished(&result, timeoutMs) ? result : kStillOpen;
+  INT_PTR Result(DWORD timeoutMs = 10000);
+  // The same as Result: true and *result set when body returned within timeoutMs.
+  bool Finished(INT_PTR* result, DWORD timeoutMs = 10000) {
+    *result = Result(timeoutMs);
+    return *result != kStillOpen;
   }
 
   DWORD threadId() const { return threadId_.load(); }
@@ -43,9 +43,6 @@ class ModalDialogRun {
 
 // Window text of hwnd (any thread's window).
 std::wstring WindowText(HWND hwnd);
-
-// The first child (at any depth) of parent whose window text equals text, or nullptr.
-HWND FindChildWithText(HWND parent, const std::wstring& text);
 
 // Polls done() every 20 ms for up to timeoutMs; its last answer.
 bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs = 10000);

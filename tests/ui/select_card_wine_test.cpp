@@ -1,21 +1,21 @@
 // The card selection dialog of an interactive acquire, driven as a user would under an X server,
 // with two SoftHSM2 tokens behind the forwarding module: what each row says of the container,
-// which rows let OK through per operation, the card the choice binds, cancelling, the keyboard,
-// and a token taken out while the dialog is open; then with the card service's Bluetooth device
-// and service card listed as well.
+// which rows let OK through per operation, the card the choice binds, the application's window
+// as its owner, cancelling, the keyboard, and a token taken out while the dialog is open; then
+// with the card service's Bluetooth device and service card listed as well.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <commctrl.h>
 #include <wincrypt.h>
 
 #include <atomic>
-#include <cstdio>
 #include <memory>
 #include <set>
 #include <string>
 
 #include "expected_ui_texts.h"
 #include "modal_dialog_driver.h"
+#include "provider/csp_interface.h"
 #include "service_person.h"
 #include "token_fixture.h"
 
@@ -26,7 +26,6 @@ using servicetest::Person;
 using uitest::ExpectedUiText;
 using uitest::ModalDialogRun;
 
-constexpr char kSecondTokenLabel[] = "nivra-fwd-2";
 constexpr wchar_t kDialogTitle[] = L"Select CSP";
 constexpr DWORD kSlotIdParam = 0x80000001;
 constexpr DWORD kPromptPinParam = 0x80000002;
@@ -56,12 +55,15 @@ std::wstring Cell(HWND list, int row, int column) {
   return buffer;
 }
 
+std::atomic<HWND> g_applicationWindow{nullptr};
+void WINAPI ReturnApplicationWindow(HWND* window) { *window = g_applicationWindow.load(); }
+
 class SelectCardTest : public TokenTest {
  protected:
   void SetUp() override {
     TokenTest::SetUp();
     ASSERT_NO_FATAL_FAILURE(StartProvider());
-    secondSlotName = SlotOfToken(kSecondTokenLabel);
+    secondSlotName = SlotOfToken("nivra-fwd-2");
     ASSERT_FALSE(secondSlotName.empty()) << "the second token is not listed";
   }
 
@@ -72,18 +74,30 @@ class SelectCardTest : public TokenTest {
     ASSERT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET), 0u);
   }
 
-  // Starts an acquire without a reader prefix on a worker thread and waits for the dialog.
+  // Starts an acquire without a reader prefix on a worker thread, as an application with a window
+  // of its own does (made on the acquiring thread, handed out by the loader's FuncReturnhWnd), and
+  // waits for the dialog: that window owns it and is disabled while it runs.
   void OpenDialog(const std::string& container, DWORD flags) {
     run = std::make_unique<ModalDialogRun>([this, container, flags]() -> INT_PTR {
+      g_applicationWindow = CreateWindowExW(0, L"STATIC", L"application",
+                                            WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200, 100,
+                                            nullptr, nullptr, nullptr, nullptr);
+      provider::VTableProvStruc table{3, nullptr,
+                                      reinterpret_cast<FARPROC>(&ReturnApplicationWindow),
+                                      PROV_RSA_FULL, nullptr, 0, nullptr};
       std::string name = container;
       HCRYPTPROV handle = 0;
       BOOL ok = entries.AcquireContext(&handle, name.empty() ? nullptr : name.data(), flags,
-                                       nullptr);
+                                       &table);
+      const DWORD error = ok ? 0 : GetLastError();
+      DestroyWindow(g_applicationWindow.load());
       chosen = handle;
-      return ok ? 0 : static_cast<INT_PTR>(GetLastError());
+      return static_cast<INT_PTR>(error);
     });
     dialog = run->WaitForDialog(kDialogTitle, nullptr, kDialogDeadlineMs);
     ASSERT_NE(dialog, nullptr) << "no selection dialog";
+    EXPECT_EQ(GetWindow(dialog, GW_OWNER), g_applicationWindow.load());
+    EXPECT_FALSE(IsWindowEnabled(g_applicationWindow.load()));
     list = GetDlgItem(dialog, 5004);
   }
 
@@ -98,13 +112,8 @@ class SelectCardTest : public TokenTest {
 
   // Selects the row as a click does; true when OK is then enabled.
   bool SelectAllowsOk(int row) {
-    LVITEMW none{};
-    none.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-    SendMessageW(list, LVM_SETITEMSTATE, static_cast<WPARAM>(-1), reinterpret_cast<LPARAM>(&none));
-    LVITEMW state{};
-    state.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-    state.state = LVIS_SELECTED | LVIS_FOCUSED;
-    SendMessageW(list, LVM_SETITEMSTATE, row, reinterpret_cast<LPARAM>(&state));
+    ListView_SetItemState(list, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    ListView_SetItemState(list, row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
     return IsWindowEnabled(GetDlgItem(dialog, IDOK)) != FALSE;
   }
 
@@ -200,45 +209,6 @@ TEST_F(SelectCardTest, KeyboardChoiceOpensTheContainerOnThatTokenAndARemovedToke
   EXPECT_FALSE(SelectAllowsOk(row)) << "a row without its token allows OK";
   Cancel();
   EXPECT_EQ(Outcome(), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
-}
-
-// The loader's table as CryptoAPI hands it to a provider; FuncReturnhWnd gives the window the
-// application named with PP_CLIENT_HWND.
-struct LoaderTable {
-  DWORD Version;
-  FARPROC FuncVerifyImage;
-  void(WINAPI* FuncReturnhWnd)(HWND*);
-  DWORD dwProvType;
-  BYTE* pbContextInfo;
-  DWORD cbContextInfo;
-  LPSTR pszProvName;
-};
-std::atomic<HWND> g_applicationWindow{nullptr};
-void WINAPI ReturnApplicationWindow(HWND* window) { *window = g_applicationWindow.load(); }
-
-// The application's window (made on the acquiring thread, as an application does) owns the
-// dialog and is disabled while it runs.
-TEST_F(SelectCardTest, ApplicationWindowOwnsTheDialog) {
-  const std::string name = CaseName();
-  ASSERT_NO_FATAL_FAILURE(ContainerOnFirstToken(name));
-  ModalDialogRun acquire([&]() -> INT_PTR {
-    g_applicationWindow = CreateWindowExW(0, L"STATIC", L"application",
-                                          WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200, 100,
-                                          nullptr, nullptr, nullptr, nullptr);
-    LoaderTable table{3, nullptr, &ReturnApplicationWindow, PROV_RSA_FULL, nullptr, 0, nullptr};
-    std::string container = name;
-    HCRYPTPROV prov = 0;
-    BOOL ok = entries.AcquireContext(&prov, container.data(), 0, &table);
-    DWORD error = ok ? 0 : GetLastError();
-    DestroyWindow(g_applicationWindow.load());
-    return static_cast<INT_PTR>(error);
-  });
-  HWND shown = acquire.WaitForDialog(kDialogTitle);
-  ASSERT_NE(shown, nullptr);
-  EXPECT_EQ(GetWindow(shown, GW_OWNER), g_applicationWindow.load());
-  EXPECT_FALSE(IsWindowEnabled(g_applicationWindow.load()));
-  PostMessageW(shown, WM_CLOSE, 0, 0);
-  EXPECT_EQ(static_cast<DWORD>(acquire.Result()), static_cast<DWORD>(SCARD_W_CANCELLED_BY_USER));
 }
 
 // The test build of the provider on the card service of select_cards.conf: Bluetooth device
