@@ -24,10 +24,7 @@ namespace nivra::cardtest {
 namespace {
 
 constexpr auto kOk = frames::FrameStatus::kOk;
-const std::string kPhone = "phone-1";     // limits configured, the token's user PIN
-const std::string kOldPhone = "phone-2";  // default limits, a PIN the token refuses
-constexpr char kDesk[] = "desk-1";
-constexpr char kSpare[] = "desk-2";
+const std::string kPhone = "phone-1", kOldPhone = "phone-2", kDesk = "desk-1", kSpare = "desk-2";
 constexpr uint16_t kCardPort = 45452;
 
 // The module's side of a key exchange with the card at address:45452: the status of the card-key
@@ -66,36 +63,16 @@ std::pair<uint32_t, uint32_t> KeyExchange(const std::string& address, const std:
   return {0, open ? 0 : ~0u};
 }
 
-class RemoteTest : public ServiceTest {
- protected:
-  std::string CardConfig() override {
-    std::random_device random;
-    std::uniform_int_distribution<int> byte(1, 250);
-    const std::string prefix = "127." + std::to_string(byte(random)) + "." +
-                               std::to_string(byte(random)) + ".";
-    const int last = byte(random);
-    desk_ = prefix + std::to_string(last);
-    spare_ = prefix + std::to_string(last + 1);
-    const std::string token = std::string(" token=") + kTokenLabel + " pin=";
-    return "device " + kPhone + token + kUserPin +
-           " display=\"Anna's phone\" default-key=3072 min-key=2048 max-key=16384 key-step=1024"
-           " min-pin=6 max-pin=12 pin-flags=0x5\n"
-           "device " + kOldPhone + token + "not-the-pin\n"
-           "card " + kDesk + token + kUserPin + " key-bits=1024 address=" + desk_ + "\n"
-           "card " + kSpare + token + kUserPin + " key-bits=1024 address=" + spare_ + "\n";
-  }
-  // A device command on the channel, and the confirmation state it answers.
-  frames::ConfirmationState State(Session& channel, const std::string& device, uint16_t command,
-                                  uint32_t reason = 0) {
-    frames::CardRequest request;
-    request.reason = reason;
-    CardResult result = channel.Call(command, CardFrame(command, request, 0, device));
-    EXPECT_EQ(std::pair(result.transported, result.status), std::pair(true, 0u));
-    return frames::ReadConfirmation(result.response.value);
-  }
+using RemoteTest = ServiceTest;
 
-  std::string desk_, spare_;  // the loopback addresses of the two cards
-};
+// A device command on the channel, and the confirmation state it answers.
+frames::ConfirmationState State(Session& channel, const std::string& device, uint16_t command) {
+  frames::CardRequest request;
+  request.reason = 7;
+  CardResult result = channel.Call(command, CardFrame(command, request, 0, device));
+  EXPECT_EQ(std::pair(result.transported, result.status), std::pair(true, 0u));
+  return frames::ReadConfirmation(result.response.value);
+}
 
 TEST_F(RemoteTest, KeyExchangeIsTakenOnlyForTheCardOfTheAddressAndAGoodSecret) {
   frames::Bytes good(frames::kSessionSecretSize);
@@ -103,20 +80,19 @@ TEST_F(RemoteTest, KeyExchangeIsTakenOnlyForTheCardOfTheAddressAndAGoodSecret) {
   frames::Bytes longer = good, badCheck = good;
   longer.push_back(0);
   badCheck.back() ^= 1;  // the check block of another key
-  // Offered name, the address of desk-1 (else desk-2's), the secret, and the two statuses.
-  const std::tuple<std::string, bool, frames::Bytes, uint32_t, uint32_t> cases[] = {
-      {kDesk, true, {}, 0, 0},
-      {kSpare, false, {}, 0, 0},
-      {kSpare, true, {}, kScardUnknownCard, ~0u},  // another card's name on this address
-      {"", true, {}, kScardUnknownCard, ~0u},
-      {kDesk, true, frames::Bytes(good.begin(), good.end() - 1), 0, kNteBadData},
-      {kDesk, true, longer, 0, kNteBadData},
-      {kDesk, true, badCheck, 0, kNteBadData},
+  // Offered name, the address it is offered on, the secret, and the two statuses.
+  const std::tuple<std::string, std::string, frames::Bytes, uint32_t, uint32_t> cases[] = {
+      {kDesk, desk_, {}, 0, 0},
+      {kSpare, spare_, {}, 0, 0},
+      {kSpare, desk_, {}, kScardUnknownCard, ~0u},  // another card's name on this address
+      {"", desk_, {}, kScardUnknownCard, ~0u},
+      {kDesk, desk_, frames::Bytes(good.begin(), good.end() - 1), 0, kNteBadData},
+      {kDesk, desk_, longer, 0, kNteBadData},
+      {kDesk, desk_, badCheck, 0, kNteBadData},
   };
-  for (const auto& [name, onDesk, secret, offerStatus, secretStatus] : cases) {
-    EXPECT_EQ(KeyExchange(onDesk ? desk_ : spare_, name, secret),
-              std::pair(offerStatus, secretStatus))
-        << name << (onDesk ? " on desk-1, " : " on desk-2, ") << secret.size() << "-byte secret";
+  for (const auto& [name, address, secret, offerStatus, secretStatus] : cases) {
+    EXPECT_EQ(KeyExchange(address, name, secret), std::pair(offerStatus, secretStatus))
+        << name << " on " << address << ", " << secret.size() << "-byte secret";
   }
 }
 
@@ -137,13 +113,9 @@ TEST_F(RemoteTest, BrokenClientsOnEveryListenerAreClosedAlone) {
   frames::RsaOwner weakKey;
   ASSERT_EQ(crypto::RsaGenerateNewKey(weakKey.Out(), 512, 65537), crypto::kOk);
   ASSERT_EQ(frames::BuildHello(weakKey.Get(), &weakHello), kOk);
-  struct Case {
-    bool cardAddress;
-    frames::Bytes bytes;
-    bool hangUp;  // the client leaves after sending
-    const char* logged;
-  };
-  const Case cases[] = {
+  // On a card's address or the service's port: the bytes, whether the client leaves after sending
+  // them, and what the service logs.
+  const std::tuple<bool, frames::Bytes, bool, const char*> cases[] = {
       {false, Frame(0x4242, 0, {1, 2, 3}), false, "unknown command"},
       {false, Frame(frames::kCmdSlotList, 5, {}), false, "a request with a status"},
       {false, Frame(frames::kCmdSlotList, 0, {0}), false, "slot list with a body"},
@@ -161,15 +133,12 @@ TEST_F(RemoteTest, BrokenClientsOnEveryListenerAreClosedAlone) {
        "a session key before the key offer"},
       {true, announced, true, "client disconnected mid-frame"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.logged);
+  for (const auto& [cardAddress, bytes, hangUp, logged] : cases) {
+    SCOPED_TRACE(logged);
     {
-      auto client = c.cardAddress ? std::make_unique<Client>(kCardPort, desk_)
-                                  : std::make_unique<Client>(port_);
-      ASSERT_TRUE(client->Send(c.bytes));
-      if (!c.hangUp) {
-        EXPECT_TRUE(client->ClosedByService());
-      }
+      Client client(cardAddress ? kCardPort : port_, cardAddress ? desk_ : "127.0.0.1");
+      ASSERT_TRUE(client.Send(bytes));
+      EXPECT_TRUE(hangUp || client.ClosedByService());
     }
     EXPECT_EQ(Call(*channel, frames::kCmdLoginState).response.value, 1u);
   }
@@ -192,14 +161,12 @@ TEST_F(RemoteTest, BrokenClientsOnEveryListenerAreClosedAlone) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
   EXPECT_TRUE(channel->client.ClosedByService());
   std::string log = Log();
-  for (const Case& c : cases) EXPECT_NE(log.find(c.logged), std::string::npos) << c.logged;
+  for (const auto& c : cases) EXPECT_NE(log.find(std::get<3>(c)), std::string::npos);
   EXPECT_NE(log.find("slot frame that does not decrypt"), std::string::npos);
   EXPECT_NE(log.find("stopped"), std::string::npos);
 }
 
-using ConfigTest = ServiceTest;
-
-TEST_F(ConfigTest, ServiceRefusesToStartWithABadCardConfiguration) {
+TEST_F(RemoteTest, ServiceRefusesToStartWithABadCardConfiguration) {
   const std::string token = std::string(" token=") + kTokenLabel;
   const std::pair<std::string, std::string> cases[] = {
       {"phone" + token + "\n", "refused.conf:1: a line starts with 'device' or 'card'"},
@@ -224,9 +191,9 @@ TEST_F(ConfigTest, ServiceRefusesToStartWithABadCardConfiguration) {
 // The person's side: the prompt, and what the interface refuses.
 TEST_F(RemoteTest, ControlInterfaceRefusesWhatItCannotDo) {
   auto channel = Open();
-  frames::ConfirmationState asked = State(*channel, kOldPhone, frames::kCmdAskConfirmation, 7);
+  frames::ConfirmationState asked = State(*channel, kOldPhone, frames::kCmdAskConfirmation);
   EXPECT_EQ(std::pair(asked.authenticated, asked.pending), std::pair(false, true));
-  State(*channel, kPhone, frames::kCmdAskConfirmation, 7);
+  State(*channel, kPhone, frames::kCmdAskConfirmation);
   std::string log = Log();
   EXPECT_NE(log.find("CONFIRM? device phone-1 (\"Anna's phone\")"), std::string::npos);
   EXPECT_NE(log.find("confirm phone-1' or 'refuse phone-1'"), std::string::npos);
@@ -237,7 +204,6 @@ TEST_F(RemoteTest, ControlInterfaceRefusesWhatItCannotDo) {
       {"refuse nobody", "error: no device or card is called nobody"},
       {"unlock phone-2", usage},
       {"confirm", usage},
-      {"pending", "ok phone-2"},
       // The token refuses the configured PIN: the request is answered, the device stays locked.
       {"confirm phone-2", "error: the token refused the configured PIN of phone-2"},
       {"pending", "ok"},

@@ -86,10 +86,11 @@ std::string Hex(const Bytes& bytes) {
 
 class ServiceTest : public ::testing::Test {
  protected:
-  // The module the service serves, and the devices and cards it presents (none when empty).
+  // The module the service serves.
   virtual std::string Module() { return "/usr/lib/softhsm/libsofthsm2.so"; }
-  virtual std::string CardConfig() { return {}; }
-  // Starts the service; slot_ is the scratch token's slot as the service publishes it.
+  // Starts the service with two devices and two cards on the scratch token (the cards on
+  // loopback addresses drawn per test, so that concurrent runs never meet); slot_ is the
+  // token's slot as the service publishes it.
   void SetUp() override;
   // Every service ends cleanly on SIGTERM: exit status 0, so no crash and, in a sanitizer build,
   // no report.
@@ -141,6 +142,7 @@ class ServiceTest : public ::testing::Test {
   pid_t pid_ = -1;
   uint16_t port_ = 0, controlPort_ = 0;
   uint32_t slot_ = 0;
+  std::string desk_, spare_;  // the addresses of the cards
 };
 
 }  // namespace nivra::cardtest

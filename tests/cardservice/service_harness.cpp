@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -146,15 +147,26 @@ void ServiceTest::SetUp() {
   setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
   const std::string tokens = std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory_;
   ASSERT_EQ(std::system((tokens + " " + kTokenLabel).c_str()), 0);
-  std::vector<std::string> args = {"--listen", "127.0.0.1:0", "--port-file", directory_ + "/port",
-                                   "--module", Module(), "--trace"};
-  const std::string config = CardConfig(), cards = directory_ + "/cards.conf";
-  if (!config.empty()) {
-    std::ofstream(cards) << config;
-    args.insert(args.end(), {"--cards", cards, "--control", "tcp:127.0.0.1:0",
-                             "--control-port-file", directory_ + "/control-port"});
-  }
-  pid_ = Spawn(args, directory_ + "/service.log");
+  std::random_device random;
+  std::uniform_int_distribution<int> byte(1, 250);
+  const int last = byte(random);
+  const std::string prefix = "127." + std::to_string(byte(random)) + "." +
+                             std::to_string(byte(random)) + ".";
+  const std::string token = std::string(" token=") + kTokenLabel + " pin=";
+  desk_ = prefix + std::to_string(last);
+  spare_ = prefix + std::to_string(last + 1);
+  // phone-1 with limits configured and the token's user PIN, phone-2 with default limits and a
+  // PIN that the token refuses.
+  std::ofstream(directory_ + "/cards.conf")
+      << "device phone-1" << token << kUserPin << " display=\"Anna's phone\" default-key=3072"
+      << " min-key=2048 max-key=16384 key-step=1024 min-pin=6 max-pin=12 pin-flags=0x5\n"
+      << "device phone-2" << token << "not-the-pin\n"
+      << "card desk-1" << token << kUserPin << " key-bits=1024 address=" << desk_ << "\n"
+      << "card desk-2" << token << kUserPin << " key-bits=1024 address=" << spare_ << "\n";
+  pid_ = Spawn({"--listen", "127.0.0.1:0", "--port-file", directory_ + "/port", "--module",
+                Module(), "--trace", "--cards", directory_ + "/cards.conf", "--control",
+                "tcp:127.0.0.1:0", "--control-port-file", directory_ + "/control-port"},
+               directory_ + "/service.log");
   // The service writes its port files once it listens (a rename, never half a number), the
   // control port's first.
   for (int i = 0; i < 600 && !(std::ifstream(directory_ + "/port") >> port_); ++i) {
