@@ -1,14 +1,12 @@
 #pragma once
-// The card service as its clients meet it: the real nivra-card-service program started for each
-// test on a fresh SoftHSM2 token of its own (SOFTHSM2_CONF points into a private directory, in
-// this process too), spoken to over a bare socket with the shared frame codec.
+// The card service as its clients meet it: the real nivra-card-service program, started for each
+// test by service_fixture_start.sh on a fresh SoftHSM2 token of its own (SOFTHSM2_CONF points
+// there in this process too), spoken to over a bare socket with the shared frame codec.
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "service/frames/card_commands.h"
 #include "service/frames/crypto_guards.h"
@@ -37,24 +35,6 @@ inline constexpr uint32_t kNteNotSupported = 0x80090029;
 inline constexpr uint32_t kAtKeyExchange = 1;
 inline constexpr uint32_t kAtSignature = 2;
 
-// One TCP connection.
-class Client {
- public:
-  explicit Client(uint16_t port, const std::string& host = "127.0.0.1");
-  ~Client();
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-  bool Send(const frames::Bytes& bytes);
-  // One whole frame; false when the connection closed or failed first.
-  bool Receive(frames::Bytes* frame);
-  std::string Line();  // one line of text, without its newline
-  // True when the service has closed this connection (it reads nothing more).
-  bool ClosedByService();
-
- private:
-  int fd_ = -1;
-};
-
 // A card command's outcome as a client sees it.
 struct CardResult {
   bool transported = false;  // false: the exchange failed or answered another command
@@ -62,14 +42,26 @@ struct CardResult {
   frames::CardResponse response;
 };
 
-// A connection and the cipher of the session that its handshake opened.
-struct Session {
-  explicit Session(uint16_t port, const std::string& host = "127.0.0.1") : client(port, host) {}
+// One TCP connection, and the cipher of the session that a handshake on it opened.
+class Session {
+ public:
+  explicit Session(uint16_t port, const std::string& host = "127.0.0.1");
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  bool Send(const frames::Bytes& bytes);
+  // One whole frame; false when the connection closed or failed first.
+  bool Receive(frames::Bytes* frame);
+  std::string Line();  // one line of text, without its newline
+  // True when the service has closed this connection (it reads nothing more).
+  bool ClosedByService();
   // Sends `frame` wrapped (a card command, or a slot or device frame holding one) and reads the
   // answer to `command`.
   CardResult Call(uint16_t command, const frames::Bytes& frame, size_t blockLength = 0);
-  Client client;
   frames::CipherOwner cipher;
+
+ private:
+  int fd_ = -1;
 };
 
 // The card command in a device frame to `device`, or in a slot frame when it is empty.
@@ -86,23 +78,20 @@ std::string Hex(const Bytes& bytes) {
 
 class ServiceTest : public ::testing::Test {
  protected:
-  // The module the service serves.
-  virtual std::string Module() { return "/usr/lib/softhsm/libsofthsm2.so"; }
-  // Starts the service with two devices and two cards on the scratch token (the cards on
-  // loopback addresses drawn per test, so that concurrent runs never meet); slot_ is the
-  // token's slot as the service publishes it.
+  // Starts the service (serving module_ when set, else SoftHSM2) with two devices and
+  // two cards on the scratch token, the cards on loopback addresses drawn per test so that
+  // concurrent runs never meet. slot_ is the token's slot as the service publishes it.
   void SetUp() override;
-  // Every service ends cleanly on SIGTERM: exit status 0, so no crash and, in a sanitizer build,
-  // no report.
+  // Every service ends on SIGTERM with its last log line, and in a sanitizer build with no report.
   void TearDown() override;
 
-  // SIGTERM, then the wait status.
-  int Terminate();
-  // Exit status and output of the service started with this card configuration.
-  int Refused(const std::string& config, std::string* output);
+  // Stops the service (SIGTERM): true when it ended within ten seconds and cleanly.
+  bool Stop();
   std::string Log() const;
+  // What service_fixture_start.sh says, and its exit status, for this card configuration.
+  int Start(const std::string& directory, const std::string& config, std::string* output);
   // One line on the control interface, and its one-line answer.
-  std::string Control(const std::string& line) const;
+  std::string Control(const std::string& line);
   // True when an object of the token, as the Windows tests' probe lists it (name=value fields in
   // a fixed order, byte strings in hex), matches the extended regular expression `pattern`.
   bool NativeHas(const std::string& pattern) const;
@@ -138,9 +127,9 @@ class ServiceTest : public ::testing::Test {
     return request;
   }
 
-  std::string directory_;
-  pid_t pid_ = -1;
-  uint16_t port_ = 0, controlPort_ = 0;
+  std::string module_;
+  std::string directory_, service_;  // the test's directory, and the service's in it
+  uint16_t port_ = 0;
   uint32_t slot_ = 0;
   std::string desk_, spare_;  // the addresses of the cards
 };
