@@ -52,7 +52,6 @@ class Session {
   bool Send(const frames::Bytes& bytes);
   // One whole frame; false when the connection closed or failed first.
   bool Receive(frames::Bytes* frame);
-  std::string Line();  // one line of text, without its newline
   // True when the service has closed this connection (it reads nothing more).
   bool ClosedByService();
   // Sends `frame` wrapped (a card command, or a slot or device frame holding one) and reads the
@@ -78,7 +77,7 @@ std::string Hex(const Bytes& bytes) {
 
 class ServiceTest : public ::testing::Test {
  protected:
-  // Starts the service (serving module_ when set, else SoftHSM2) with two devices and
+  // Starts the service (serving module_ when set, else SoftHSM2) with a device and
   // two cards on the scratch token, the cards on loopback addresses drawn per test so that
   // concurrent runs never meet. slot_ is the token's slot as the service publishes it.
   void SetUp() override;
@@ -90,8 +89,6 @@ class ServiceTest : public ::testing::Test {
   std::string Log() const;
   // What service_fixture_start.sh says, and its exit status, for this card configuration.
   int Start(const std::string& directory, const std::string& config, std::string* output);
-  // One line on the control interface, and its one-line answer.
-  std::string Control(const std::string& line);
   // True when an object of the token, as the Windows tests' probe lists it (name=value fields in
   // a fixed order, byte strings in hex), matches the extended regular expression `pattern`.
   bool NativeHas(const std::string& pattern) const;

@@ -59,12 +59,6 @@ bool Session::Receive(frames::Bytes* frame) {
   return body == 0 || recv(fd_, frame->data() + header, body, MSG_WAITALL) == body;
 }
 
-std::string Session::Line() {
-  std::string line;
-  for (char c; recv(fd_, &c, 1, 0) == 1 && c != '\n';) line += c;
-  return line;
-}
-
 bool Session::ClosedByService() {
   uint8_t byte;
   return recv(fd_, &byte, 1, 0) == 0;
@@ -130,11 +124,8 @@ void ServiceTest::SetUp() {
   const std::string token = std::string(" token=") + kTokenLabel + " pin=";
   desk_ = prefix + std::to_string(last);
   spare_ = prefix + std::to_string(last + 1);
-  // phone-1 with limits configured and the token's user PIN, phone-2 with default limits and a
-  // PIN that the token refuses.
   std::string output;
-  ASSERT_EQ(Start(service_, "device phone-1" + token + kUserPin + " display=\"Anna's phone\"\n"
-                  "device phone-2" + token + "not-the-pin\n"
+  ASSERT_EQ(Start(service_, "device phone-1" + token + kUserPin + "\n"
                   "card desk-1" + token + kUserPin + " key-bits=1024 address=" + desk_ + "\n"
                   "card desk-2" + token + kUserPin + " key-bits=1024 address=" + spare_ + "\n",
                   &output), 0) << output;
@@ -186,13 +177,6 @@ std::string ServiceTest::Log() const {
   std::stringstream text;
   text << std::ifstream(service_ + "/service.log").rdbuf();
   return text.str();
-}
-
-std::string ServiceTest::Control(const std::string& line) {
-  Session control(ReadPort(service_ + "/control-port"));
-  frames::Bytes request(line.begin(), line.end());
-  request.push_back('\n');
-  return control.Send(request) ? control.Line() : "";
 }
 
 bool ServiceTest::NativeHas(const std::string& pattern) const {
