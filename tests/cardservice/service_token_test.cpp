@@ -1,15 +1,13 @@
-// Card commands on a published slot: the per-channel login, the statuses of the PIN and container
-// commands, containers, key IDs and certificates as the provider's module path finds them on the
-// token (read by the Windows tests' probe), an imported key checked by the crypto library, and a
-// PIN that locks. Creating, listing and deleting
-// containers, signatures that OpenSSL verifies and decryption are the Windows tests' against the
-// real service (tests/service).
+// Card commands on a published slot: the statuses of the PIN and container commands, containers,
+// key IDs and certificates as the provider's module path finds them on the token (read by the
+// Windows tests' probe), an imported key checked by the crypto library, and a PIN that locks.
+// The per-channel login, creating, listing and deleting containers, signatures that OpenSSL
+// verifies and decryption are the Windows tests' against the real service (tests/service).
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <tuple>
 
-#include <cstdlib>
-
-#include "crypto/pkcs1.h"
 #include "crypto/rsa_interface.h"
 #include "tests/cardservice/service_fixture.h"
 #include "tools/p11helper/vendor_class.h"
@@ -35,41 +33,31 @@ TEST_F(TokenTest, PinAndContainerCommandsAnswerWithTheAgreedStatuses) {
   auto channel = Open();
   const std::string newPin = "changed-pin-22", freshPin = "fresh-pin-9";
   constexpr int kAny = -1;  // the value is not the point of the step
-  struct Step {
-    const char* what;
-    uint16_t command;
-    std::string text, text2;
-    uint32_t status;
-    int value;
+  // The command, its texts, and the status and value it is answered with.
+  const std::tuple<uint16_t, std::string, std::string, uint32_t, int> steps[] = {
+      {frames::kCmdOpenContainer, "", "", kNteBadKeyset, kAny},  // on an empty token
+      {frames::kCmdEnumContainers, "", "", kNoMoreItems, kAny},
+      {frames::kCmdVerifyPin, "nope", "", 0, 0},
+      {frames::kCmdChangePin, "nope", newPin, kScardInvalidChv, kAny},
+      {frames::kCmdChangePin, kUserPin, newPin, 0, 1},
+      {frames::kCmdVerifyPin, kUserPin, "", 0, 0},
+      {frames::kCmdVerifyPin, newPin, "", 0, 1},
+      {frames::kCmdUnblockPin, "nope", kUserPin, kScardInvalidChv, kAny},
+      {frames::kCmdUnblockPin, kSoPin, kUserPin, 0, 1},
+      {frames::kCmdVerifyPin, kUserPin, "", 0, 1},
+      {frames::kCmdCreateContainer, "gone", "", 0, kAny},
+      {frames::kCmdInitToken, "nope", kUserPin, kScardInvalidChv, kAny},
+      {frames::kCmdInitTokenPlain, "", "", kNteBadFlags, kAny},  // a token without a PIN pad
+      {frames::kCmdInitToken, kSoPin, freshPin, 0, kAny},
+      {frames::kCmdLoginState, "", "", 0, 0},  // logged out by the initialisation
+      {frames::kCmdVerifyPin, freshPin, "", 0, 1},
+      {frames::kCmdOpenContainer, "gone", "", kNteBadKeyset, kAny},  // gone with it
   };
-  const Step steps[] = {
-      {"open on an empty token", frames::kCmdOpenContainer, "", "", kNteBadKeyset, kAny},
-      {"list an empty token", frames::kCmdEnumContainers, "", "", kNoMoreItems, kAny},
-      {"wrong PIN", frames::kCmdVerifyPin, "nope", "", 0, 0},
-      {"change, wrong old PIN", frames::kCmdChangePin, "nope", newPin, kScardInvalidChv, kAny},
-      {"change", frames::kCmdChangePin, kUserPin, newPin, 0, 1},
-      {"old PIN after the change", frames::kCmdVerifyPin, kUserPin, "", 0, 0},
-      {"new PIN", frames::kCmdVerifyPin, newPin, "", 0, 1},
-      {"unblock, wrong officer PIN", frames::kCmdUnblockPin, "nope", kUserPin, kScardInvalidChv,
-       kAny},
-      {"unblock", frames::kCmdUnblockPin, kSoPin, kUserPin, 0, 1},
-      {"PIN set by the unblock", frames::kCmdVerifyPin, kUserPin, "", 0, 1},
-      {"create", frames::kCmdCreateContainer, "gone", "", 0, kAny},
-      {"initialise, wrong officer PIN", frames::kCmdInitToken, "nope", kUserPin, kScardInvalidChv,
-       kAny},
-      {"token without a PIN pad", frames::kCmdInitTokenPlain, "", "", kNteBadFlags, kAny},
-      {"initialise", frames::kCmdInitToken, kSoPin, freshPin, 0, kAny},
-      {"logged out by the initialisation", frames::kCmdLoginState, "", "", 0, 0},
-      {"PIN set by the initialisation", frames::kCmdVerifyPin, freshPin, "", 0, 1},
-      {"container gone with it", frames::kCmdOpenContainer, "gone", "", kNteBadKeyset, kAny},
-  };
-  for (const Step& step : steps) {
-    SCOPED_TRACE(step.what);
-    CardResult result = Text(*channel, step.command, step.text, step.text2);
-    EXPECT_EQ(result.status, step.status);
-    if (step.value != kAny) {
-      EXPECT_EQ(result.response.value, static_cast<uint32_t>(step.value));
-    }
+  for (const auto& [command, text, text2, status, value] : steps) {
+    CardResult result = Text(*channel, command, text, text2);
+    EXPECT_EQ(std::pair(result.status, value == kAny ? 0 : result.response.value),
+              std::pair(status, value == kAny ? 0 : static_cast<uint32_t>(value)))
+        << std::hex << command << " " << text << " " << text2;
   }
 }
 
@@ -152,8 +140,8 @@ TEST_F(TokenTest, ImportedKeyBlobSignsLikeTheKeyItCameFrom) {
   EXPECT_EQ(Call(*channel, frames::kCmdImportKeyPair, Key(handle, kAtSignature, {1, 2, 3})).status,
             kNteBadData);
   ASSERT_EQ(Call(*channel, frames::kCmdImportKeyPair, Key(handle, kAtSignature, blob)).status, 0u);
-  ByteString block(128), expected(128);
-  ASSERT_EQ(crypto::Pkcs1PadType1(block.data(), 128, blob.data(), 36), crypto::kOk);
+  ByteString block(blob.begin() + 20, blob.begin() + 148), expected(128);
+  block.front() = 0;  // any block below the modulus will do
   ASSERT_EQ(crypto::RsaHandlePrivate(key.Get(), block.data(), 128, expected.data(), nullptr),
             crypto::kOk);
   EXPECT_EQ(Call(*channel, frames::kCmdPrivateKeyOp, Key(handle, kAtSignature, block), 128)
