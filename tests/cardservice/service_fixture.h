@@ -78,8 +78,8 @@ std::string Hex(const Bytes& bytes) {
 class ServiceTest : public ::testing::Test {
  protected:
   // Starts the service (serving module_ when set, else SoftHSM2) with a device and
-  // two cards on the scratch token, the cards on loopback addresses drawn per test so that
-  // concurrent runs never meet. slot_ is the token's slot as the service publishes it.
+  // two cards on the scratch token, the cards on loopback addresses of the process's own so
+  // that concurrent runs never meet. slot_ is the token's slot as the service publishes it.
   void SetUp() override;
   // Every service ends on SIGTERM with its last log line, and in a sanitizer build with no report.
   void TearDown() override;

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <thread>
 
@@ -116,14 +115,12 @@ void ServiceTest::SetUp() {
   directory_ = pattern;
   service_ = directory_ + "/service";
   setenv("SOFTHSM2_CONF", (service_ + "/softhsm2.conf").c_str(), 1);
-  std::random_device random;
-  std::uniform_int_distribution<int> byte(1, 250);
-  const int last = byte(random);
-  const std::string prefix = "127." + std::to_string(byte(random)) + "." +
-                             std::to_string(byte(random)) + ".";
+  // Addresses of this process's own (tests run one after another within it).
+  const std::string prefix = "127." + std::to_string(1 + getpid() % 250) + "." +
+                             std::to_string(1 + getpid() / 250 % 250) + ".";
   const std::string token = std::string(" token=") + kTokenLabel + " pin=";
-  desk_ = prefix + std::to_string(last);
-  spare_ = prefix + std::to_string(last + 1);
+  desk_ = prefix + "1";
+  spare_ = prefix + "2";
   std::string output;
   ASSERT_EQ(Start(service_, "device phone-1" + token + kUserPin + "\n"
                   "card desk-1" + token + kUserPin + " key-bits=1024 address=" + desk_ + "\n"

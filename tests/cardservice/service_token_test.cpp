@@ -100,8 +100,8 @@ TEST_F(TokenTest, ContainersKeysAndCertificatesAreWhereTheModulePathFindsThem) {
     ASSERT_FALSE(certificate.empty());
     ASSERT_EQ(Call(*channel, frames::kCmdWriteCertificate,
                    Key(handle, kAtKeyExchange, certificate)).status, 0u);
-    EXPECT_EQ(Call(*channel, frames::kCmdReadCertificate, Key(handle, kAtKeyExchange)).response.data,
-              certificate);
+    CardResult read = Call(*channel, frames::kCmdReadCertificate, Key(handle, kAtKeyExchange));
+    EXPECT_EQ(read.response.data, certificate);
     EXPECT_TRUE(NativeHas("class=1 .*id=" + exchangeId + " .*value=" + Hex(certificate)));
   }
   EXPECT_FALSE(NativeHas("class=1 .*id=" + signatureId));
