@@ -24,12 +24,6 @@ constexpr auto kOk = frames::FrameStatus::kOk;
 constexpr int kReceiveTimeoutSeconds = 30;
 constexpr uint32_t kClientKeyBits = 1024;
 
-uint16_t ReadPort(const std::string& path) {
-  uint16_t port = 0;
-  std::ifstream(path) >> port;
-  return port;
-}
-
 }  // namespace
 
 Session::Session(uint16_t port, const std::string& host) {
@@ -126,7 +120,7 @@ void ServiceTest::SetUp() {
                   "card desk-1" + token + kUserPin + " key-bits=1024 address=" + desk_ + "\n"
                   "card desk-2" + token + kUserPin + " key-bits=1024 address=" + spare_ + "\n",
                   &output), 0) << output;
-  port_ = ReadPort(service_ + "/port");
+  std::ifstream(service_ + "/port") >> port_;
   // The scratch token's slot is the first the service publishes (SoftHSM2 lists its free slot
   // last).
   Session control(port_);
