@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr char kSoftHsmModule[] = "/usr/lib/softhsm/libsofthsm2.so";
 constexpr int kWrongPinsBeforeLock = 3;
 
 CK_FUNCTION_LIST* g_softhsm = nullptr;
@@ -17,14 +16,10 @@ CK_FUNCTION_LIST g_list;
 std::atomic<int> g_wrongPins{0};
 
 CK_RV Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
-  if (user != CKU_USER) return g_softhsm->C_Login(session, user, pin, length);
-  if (g_wrongPins >= kWrongPinsBeforeLock) return CKR_PIN_LOCKED;
+  if (user == CKU_USER && g_wrongPins >= kWrongPinsBeforeLock) return CKR_PIN_LOCKED;
   CK_RV rv = g_softhsm->C_Login(session, user, pin, length);
-  if (rv == CKR_PIN_INCORRECT) {
-    ++g_wrongPins;
-  } else if (rv == CKR_OK) {
-    g_wrongPins = 0;
-  }
+  if (user == CKU_USER && rv == CKR_PIN_INCORRECT) ++g_wrongPins;
+  if (user == CKU_USER && rv == CKR_OK) g_wrongPins = 0;
   return rv;
 }
 
@@ -38,15 +33,14 @@ CK_RV InitPin(CK_SESSION_HANDLE session, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
 
 extern "C" __attribute__((visibility("default"))) CK_RV C_GetFunctionList(
     CK_FUNCTION_LIST_PTR_PTR list) {
-  if (!g_softhsm) {
-    void* library = dlopen(kSoftHsmModule, RTLD_NOW | RTLD_LOCAL);
-    auto get = library ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"))
-                       : nullptr;
-    if (!get || get(&g_softhsm) != CKR_OK) return CKR_GENERAL_ERROR;
+  void* softhsm = g_softhsm ? nullptr : dlopen("/usr/lib/softhsm/libsofthsm2.so", RTLD_NOW);
+  auto get = softhsm ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(softhsm, "C_GetFunctionList"))
+                     : nullptr;
+  if (get && get(&g_softhsm) == CKR_OK) {
     g_list = *g_softhsm;
     g_list.C_Login = Login;
     g_list.C_InitPIN = InitPin;
   }
   *list = &g_list;
-  return CKR_OK;
+  return g_softhsm ? CKR_OK : CKR_GENERAL_ERROR;
 }

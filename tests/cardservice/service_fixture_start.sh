@@ -1,12 +1,9 @@
 #!/bin/sh
-# Starts nivra-card-service for tests of other trees (the provider under Wine): the service on a
-# free loopback port written to <dir>/port, its process id in <dir>/service.pid and its log (with
-# --trace) in <dir>/service.log. The token is a fresh SoftHSM2 token in <dir>/tokens, or, when a
-# SoftHSM2 configuration is given, that configuration's token store (so that the PKCS#11 helper
-# and the service serve one token). With a card configuration (the third argument may then be
-# empty), the service also presents its devices and cards, and answers confirmations on a loopback
-# TCP control port written to <dir>/control-port, its cards on
-# the port NIVRA_CARD_PORT names (default 45452).
+# Starts nivra-card-service on a free loopback port (<dir>/port), with its process id in
+# <dir>/service.pid and its traced log in <dir>/service.log, on a fresh SoftHSM2 token in <dir> or
+# on the token store of a given SoftHSM2 configuration, serving NIVRA_CARD_MODULE when set. With a
+# card configuration, also its devices and cards (theirs on the port NIVRA_CARD_PORT, default
+# 45452) and the control interface on a loopback port (<dir>/control-port).
 # Usage: service_fixture_start.sh <nivra-card-service> <dir> [softhsm2.conf to share] [cards.conf]
 set -eu
 service=$1
@@ -35,7 +32,8 @@ if [ -n "$cards" ]; then
     ${NIVRA_CARD_PORT:+--card-port "$NIVRA_CARD_PORT"}
 fi
 # Detached from CTest's output pipes, or CTest would wait for the service to end.
-setsid "$service" --listen 127.0.0.1:0 --port-file "$dir/port" --trace "$@" </dev/null \
+setsid "$service" --listen 127.0.0.1:0 --port-file "$dir/port" --trace \
+  ${NIVRA_CARD_MODULE:+--module "$NIVRA_CARD_MODULE"} "$@" </dev/null \
   >"$dir/service.log" 2>&1 &
 echo $! > "$dir/service.pid"
 for _ in $(seq 100); do

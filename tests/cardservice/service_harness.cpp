@@ -1,322 +1,178 @@
-#include "tests/cardservice/service_fixture.h"
-
 #include <arpa/inet.h>
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <thread>
 
 #include "crypto/rsa_interface.h"
-#include "service/frames/frame_cipher.h"
 #include "service/frames/device_records.h"
-#include "service/frames/slot_records.h"
+#include "service/frames/frame_cipher.h"
 #include "service/frames/session_handshake.h"
+#include "service/frames/slot_records.h"
+#include "tests/cardservice/service_fixture.h"
 
 namespace nivra::cardtest {
-
 namespace {
 
-constexpr char kSoftHsmModule[] = "/usr/lib/softhsm/libsofthsm2.so";
+constexpr auto kOk = frames::FrameStatus::kOk;
 constexpr int kReceiveTimeoutSeconds = 30;
 constexpr uint32_t kClientKeyBits = 1024;
 
-bool Run(const std::string& command) { return std::system(command.c_str()) == 0; }
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 }  // namespace
 
-ServiceProcess::ServiceProcess(const std::string& module, const std::string& cardConfig) {
-  char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
-  if (!mkdtemp(pattern)) return;
-  directory_ = pattern;
-  setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
-  if (!Run(std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory_ + " " + kTokenLabel)) return;
-  std::string portFile = directory_ + "/port", log = directory_ + "/service.log";
-  pid_t pid = fork();
-  if (pid == 0) {
-    int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(fd, 1);
-    dup2(fd, 2);
-    std::string served = module.empty() ? kSoftHsmModule : module;
-    std::string cards = directory_ + "/cards.conf", control = directory_ + "/control";
-    std::vector<const char*> args = {NIVRA_CARD_SERVICE, "--listen", "127.0.0.1:0", "--port-file",
-                                     portFile.c_str(), "--module", served.c_str(), "--trace"};
-    if (!cardConfig.empty()) {
-      std::ofstream(cards) << cardConfig;
-      args.insert(args.end(), {"--cards", cards.c_str(), "--control", control.c_str()});
-    }
-    args.push_back(nullptr);
-    execv(NIVRA_CARD_SERVICE, const_cast<char* const*>(args.data()));
-    _exit(127);
-  }
-  pid_ = pid;
-  for (int i = 0; i < 600; ++i) {
-    std::ifstream in(portFile);
-    unsigned port = 0;
-    if (in >> port) {
-      port_ = static_cast<uint16_t>(port);
-      return;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(25));
-  }
-  Terminate(5000);
-}
-
-ServiceProcess::~ServiceProcess() {
-  if (pid_ > 0) Terminate(10000);
-  if (!directory_.empty()) Run("rm -rf " + directory_);
-}
-
-std::string ServiceProcess::Log() const { return ReadText(directory_ + "/service.log"); }
-
-std::string ServiceProcess::Control(const std::string& line) const {
-  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control", directory_.c_str());
-  std::string answer, request = line + "\n";
-  char c;
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-      write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
-    while (read(fd, &c, 1) == 1 && c != '\n') answer += c;
-  }
-  close(fd);
-  return answer;
-}
-
-int ServiceProcess::StartWithConfig(const std::string& cardConfig, std::string* output) const {
-  std::string cards = directory_ + "/refused.conf", log = directory_ + "/refused.log";
-  std::ofstream(cards) << cardConfig;
-  std::string command = std::string("timeout 20 ") + NIVRA_CARD_SERVICE +
-                        " --listen 127.0.0.1:0 --cards " + cards + " >" + log + " 2>&1";
-  int status = std::system(command.c_str());
-  *output = ReadText(log);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-int ServiceProcess::Terminate(int waitMs) {
-  if (pid_ <= 0) return -1;
-  kill(pid_, SIGTERM);
-  for (int waited = 0; waited <= waitMs; waited += 10) {
-    int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
-      return status;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
-  pid_ = -1;
-  return -1;
-}
-
-Client::Client(uint16_t port, const std::string& host) {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
+Session::Session(uint16_t port, const std::string& host) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   inet_pton(AF_INET, host.c_str(), &address.sin_addr);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    close(fd);
-    return;
-  }
+  fd_ = socket(AF_INET, SOCK_STREAM, 0);
   timeval timeout = {kReceiveTimeoutSeconds, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-  fd_ = fd;
+  setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
 }
 
-Client::~Client() {
-  if (fd_ >= 0) close(fd_);
+Session::~Session() { close(fd_); }
+
+bool Session::Send(const frames::Bytes& bytes) {
+  return send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
-bool Client::SendRaw(const uint8_t* data, size_t length) {
-  size_t sent = 0;
-  while (sent < length) {
-    ssize_t n = send(fd_, data + sent, length - sent, MSG_NOSIGNAL);
-    if (n <= 0) return false;
-    sent += static_cast<size_t>(n);
-  }
-  return true;
+bool Session::Receive(frames::Bytes* frame) {
+  const ssize_t header = frames::kHeaderSize;
+  frame->resize(header);
+  if (recv(fd_, frame->data(), header, MSG_WAITALL) != header) return false;
+  const ssize_t body = frames::ReadHeader(frame->data()).bodyLength;
+  frame->resize(header + body);
+  return body == 0 || recv(fd_, frame->data() + header, body, MSG_WAITALL) == body;
 }
 
-bool Client::Receive(frames::Bytes* frame) {
-  frame->resize(frames::kHeaderSize);
-  size_t got = 0, wanted = frames::kHeaderSize;
-  while (got < wanted) {
-    ssize_t n = recv(fd_, frame->data() + got, wanted - got, 0);
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
-    if (got == frames::kHeaderSize && wanted == frames::kHeaderSize) {
-      wanted += frames::ReadHeader(frame->data()).bodyLength;
-      frame->resize(wanted);
-    }
-  }
-  return true;
-}
-
-bool Client::ClosedByService() {
+bool Session::ClosedByService() {
   uint8_t byte;
   return recv(fd_, &byte, 1, 0) == 0;
 }
 
-Channel::Channel(uint16_t port) : client_(port) {
-  if (!client_.connected()) return;
-  frames::RsaOwner key;
-  frames::Bytes hello, answer, secret;
-  if (crypto::RsaGenerateNewKey(key.Out(), kClientKeyBits, 65537) != crypto::kOk ||
-      frames::BuildHello(key.Get(), &hello) != frames::FrameStatus::kOk || !client_.Send(hello) ||
-      !client_.Receive(&answer)) {
-    return;
-  }
-  const uint8_t* encrypted = nullptr;
-  const size_t k = kClientKeyBits / 8;
-  ready_ = frames::ParseSessionKeyFrame(answer.data(), answer.size(), k, &encrypted) ==
-               frames::FrameStatus::kOk &&
-           frames::DecryptSessionSecret(key.Get(), encrypted, k, &secret) ==
-               frames::FrameStatus::kOk &&
-           frames::OpenSessionSecret(secret.data(), secret.size(), cipher_.Out()) ==
-               frames::FrameStatus::kOk;
-}
-
-frames::Bytes Channel::WrapRequest(uint32_t slotId, uint16_t command,
-                                   const frames::CardRequest& request, const std::string* device) {
-  frames::Bytes inner, outer, wrapped;
-  frames::BuildCardRequest(command, request, &inner);
-  if (device) {
-    frames::BuildDeviceFrame(*device, inner.data(), inner.size(), &outer);
-  } else {
-    frames::BuildSlotFrame(slotId, inner.data(), inner.size(), &outer);
-  }
-  frames::WrapFrame(cipher_.Get(), outer.data(), outer.size(), &wrapped);
-  return wrapped;
-}
-
-CardResult Exchange(Client& client, crypto::CipherHandle cipher, const frames::Bytes& wrapped,
-                    uint16_t command, size_t blockLength) {
+CardResult Session::Call(uint16_t command, const frames::Bytes& frame, size_t blockLength) {
   CardResult result;
-  frames::Bytes answer, plain;
-  if (!client.Send(wrapped) || !client.Receive(&answer) ||
-      frames::UnwrapFrame(cipher, answer.data(), answer.size(), &plain) !=
-          frames::FrameStatus::kOk) {
+  frames::Bytes wrapped, answer, plain;
+  if (frames::WrapFrame(cipher.Get(), frame.data(), frame.size(), &wrapped) != kOk ||
+      !Send(wrapped) || !Receive(&answer) ||
+      frames::UnwrapFrame(cipher.Get(), answer.data(), answer.size(), &plain) != kOk) {
     return result;
   }
   frames::FrameHeader header = frames::ReadHeader(plain.data());
-  result.command = header.command;
   result.status = header.status;
   result.transported =
-      header.status != 0 ||
-      frames::ParseCardResponse(command, plain.data() + frames::kHeaderSize, header.bodyLength,
-                                blockLength, &result.response) == frames::FrameStatus::kOk;
+      header.command == frames::ResponseCommand(command) &&
+      (header.status != 0 ||
+       frames::ParseCardResponse(command, plain.data() + frames::kHeaderSize, header.bodyLength,
+                                 blockLength, &result.response) == kOk);
   return result;
 }
 
-// The slot whose token carries kTokenLabel (0 when none does).
-uint32_t TokenSlot() {
-  static CK_FUNCTION_LIST* p11 = [] {
-    void* library = dlopen(kSoftHsmModule, RTLD_NOW | RTLD_LOCAL);
-    CK_FUNCTION_LIST* functions = nullptr;
-    reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"))(&functions);
-    return functions;
-  }();
-  p11->C_Initialize(nullptr);
-  CK_SLOT_ID slots[8], found = 0;
-  CK_ULONG count = 8;
-  p11->C_GetSlotList(CK_TRUE, slots, &count);
-  for (CK_ULONG i = 0; i < count; ++i) {
-    CK_TOKEN_INFO info;
-    if (p11->C_GetTokenInfo(slots[i], &info) == CKR_OK &&
-        std::string(reinterpret_cast<char*>(info.label), sizeof info.label).rfind(kTokenLabel, 0) == 0) {
-      found = slots[i];
-    }
+frames::Bytes CardFrame(uint16_t command, const frames::CardRequest& request, uint32_t slot,
+                        const std::string& device) {
+  frames::Bytes inner, outer;
+  frames::BuildCardRequest(command, request, &inner);
+  if (device.empty()) {
+    frames::BuildSlotFrame(slot, inner.data(), inner.size(), &outer);
+  } else {
+    frames::BuildDeviceFrame(device, inner.data(), inner.size(), &outer);
   }
-  p11->C_Finalize(nullptr);
-  return static_cast<uint32_t>(found);
+  return outer;
 }
 
-namespace {
-
-std::string Hex(const std::string& bytes) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  for (unsigned char c : bytes) hex += {kDigits[c >> 4], kDigits[c & 15]};
-  return hex;
+std::unique_ptr<Session> ServiceTest::Open() {
+  auto channel = std::make_unique<Session>(port_);
+  frames::RsaOwner key;
+  frames::Bytes hello, answer, secret;
+  const uint8_t* encrypted = nullptr;
+  const size_t k = kClientKeyBits / 8;
+  EXPECT_TRUE(crypto::RsaGenerateNewKey(key.Out(), kClientKeyBits, 65537) == crypto::kOk &&
+              frames::BuildHello(key.Get(), &hello) == kOk && channel->Send(hello) &&
+              channel->Receive(&answer) &&
+              frames::ParseSessionKeyFrame(answer.data(), answer.size(), k, &encrypted) == kOk &&
+              frames::DecryptSessionSecret(key.Get(), encrypted, k, &secret) == kOk &&
+              frames::OpenSessionSecret(secret.data(), secret.size(), channel->cipher.Out()) == kOk)
+      << "handshake failed";
+  return channel;
 }
 
-std::vector<uint8_t> FromHex(const std::string& hex) {
-  std::vector<uint8_t> bytes;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
-// The scratch token's objects as the native probe of the Windows tests lists them: attribute
-// name to value (byte strings in hex, numbers in decimal).
-std::vector<std::map<std::string, std::string>> NativeObjects() {
-  const std::string conf = std::getenv("SOFTHSM2_CONF");
-  FILE* probe = popen((std::string(NIVRA_TOKEN_PROBE) + " objects " +
-                       conf.substr(0, conf.rfind('/'))).c_str(), "r");
+void ServiceTest::SetUp() {
+  char pattern[] = "/tmp/nivra-cardservice-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  directory_ = pattern;
+  service_ = directory_ + "/service";
+  setenv("SOFTHSM2_CONF", (service_ + "/softhsm2.conf").c_str(), 1);
+  // Addresses of this process's own (tests run one after another within it).
+  const std::string prefix = "127." + std::to_string(1 + getpid() % 250) + "." +
+                             std::to_string(1 + getpid() / 250 % 250) + ".";
+  const std::string token = std::string(" token=") + kTokenLabel + " pin=";
+  desk_ = prefix + "1";
+  spare_ = prefix + "2";
   std::string output;
+  ASSERT_EQ(Start(service_, "device phone-1" + token + kUserPin + "\n"
+                  "card desk-1" + token + kUserPin + " key-bits=1024 address=" + desk_ + "\n"
+                  "card desk-2" + token + kUserPin + " key-bits=1024 address=" + spare_ + "\n",
+                  &output), 0) << output;
+  std::ifstream(service_ + "/port") >> port_;
+  // The scratch token's slot is the first the service publishes (SoftHSM2 lists its free slot
+  // last).
+  Session control(port_);
+  frames::Bytes answer;
+  size_t count = 0;
+  std::vector<frames::SlotRecord> slots;
+  ASSERT_TRUE(control.Send(frames::BuildSlotListRequest()) && control.Receive(&answer));
+  ASSERT_EQ(frames::ParseSlotListBody(answer.data() + frames::kHeaderSize,
+                                      answer.size() - frames::kHeaderSize, 1, &count, &slots),
+            kOk);
+  slot_ = slots.at(0).slotId;
+}
+
+int ServiceTest::Start(const std::string& directory, const std::string& config,
+                       std::string* output) {
+  std::ofstream(directory + ".conf") << config;
+  FILE* script = popen(("NIVRA_CARD_MODULE=" + module_ + " sh " NIVRA_SERVICE_START " "
+                        NIVRA_CARD_SERVICE " " + directory +
+                        " '' " + directory + ".conf 2>&1").c_str(), "r");
   char buffer[4096];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, probe)) > 0;) output.append(buffer, n);
-  pclose(probe);
-  std::vector<std::map<std::string, std::string>> objects;
-  std::istringstream lines(output);
-  for (std::string line, word; std::getline(lines, line);) {
-    std::istringstream words(line);
-    if (!(words >> word) || word != "object") continue;
-    objects.emplace_back();
-    while (words >> word) objects.back()[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
-  }
-  return objects;
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, script)) > 0;) output->append(buffer, n);
+  return pclose(script);
 }
 
-}  // namespace
-
-std::vector<std::string> NativeDataLabels(const std::string& application) {
-  std::vector<std::string> labels;
-  for (auto& object : NativeObjects()) {
-    if (object["class"] == std::to_string(CKO_DATA) && object["application"] == Hex(application)) {
-      auto label = FromHex(object["label"]);
-      labels.emplace_back(label.begin(), label.end());
-    }
-  }
-  return labels;
+void ServiceTest::TearDown() {
+  EXPECT_TRUE(Stop()) << Log();
+  std::system(("rm -rf " + directory_).c_str());
 }
 
-bool NativeCreateData(const std::string& label, const std::string& application) {
-  return Run(std::string("pkcs11-tool --module ") + kSoftHsmModule + " --token-label " + kTokenLabel +
-             " --login --pin " + kUserPin + " --write-object /dev/null --type data --label '" +
-             label + "' --application-label '" + application + "' >/dev/null 2>&1");
+bool ServiceTest::Stop() {
+  pid_t pid = 0;
+  if (!(std::ifstream(service_ + "/service.pid") >> pid)) return true;  // stopped already
+  std::remove((service_ + "/service.pid").c_str());
+  kill(pid, SIGTERM);
+  for (int waited = 0; kill(pid, 0) == 0; waited += 10) {
+    if (waited > 10000) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  const std::string log = Log();
+  return log.find("stopped") != std::string::npos && log.find("Sanitizer") == std::string::npos &&
+         log.find("runtime error") == std::string::npos;
 }
 
-std::vector<uint8_t> NativeValue(CK_OBJECT_CLASS objectClass, const std::string& id,
-                                 const char* attribute) {
-  for (auto& object : NativeObjects()) {
-    if (object["class"] == std::to_string(objectClass) && object["id"] == Hex(id)) {
-      return FromHex(object[attribute]);
-    }
-  }
-  return {};
+std::string ServiceTest::Log() const {
+  std::stringstream text;
+  text << std::ifstream(service_ + "/service.log").rdbuf();
+  return text.str();
+}
+
+bool ServiceTest::NativeHas(const std::string& pattern) const {
+  return std::system((std::string(NIVRA_TOKEN_PROBE) + " objects " + service_ +
+                      " | grep -q -E ' " + pattern + "( |$)'").c_str()) == 0;
 }
 
 }  // namespace nivra::cardtest
