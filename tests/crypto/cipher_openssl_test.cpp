@@ -1,12 +1,12 @@
 // DES, its modes and its MACs against OpenSSL: ECB, CBC and CTR on random keys (DES, two-key and
 // three-key TDEA), random IVs and random lengths, with PKCS#7 and without padding, in both
-// directions and in random pieces; the optional key checks' verdicts (the two-key TDEA shortcut of
+// directions and in random pieces; the weak-key verdicts (the two-key TDEA shortcut of
 // the card service's frames meets OpenSSL in the service's session frame tests);
 // and the three MAC modes against compositions of OpenSSL's DES primitives, written from the
 // standards (ISO/IEC 9797-1 MAC algorithm 3 with padding method 2, CBC-MAC with zero padding, and
 // the CMAC construction of NIST SP 800-38B), including where our CMAC deliberately differs: its
 // subkey constant 0x87 at 8-byte blocks and its extra padded block after whole blocks.
-#define OPENSSL_SUPPRESS_DEPRECATED  // DES_check_key_parity and DES_is_weak_key
+#define OPENSSL_SUPPRESS_DEPRECATED  // DES_is_weak_key
 #include <gtest/gtest.h>
 #include <openssl/des.h>
 #include <openssl/evp.h>
@@ -97,14 +97,6 @@ TEST(CipherOpenSsl, CtrMatchesACounterEncryptedWithOpenSsl) {
     }
     EXPECT_EQ(RunMessage(c.get(), plain, true, {3}).out, XorBytes(plain, stream)) << "trial " << i;
     EXPECT_EQ(RunMessage(c.get(), XorBytes(plain, stream), false).out, plain) << "decryption, trial " << i;
-  }
-}
-
-TEST(DesKeyChecksOpenSsl, ParityVerdictMatchesForEveryByteValue) {
-  for (unsigned v = 0; v < 256; ++v) {
-    DES_cblock key = {0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef};
-    key[3] = static_cast<uint8_t>(v);
-    EXPECT_EQ(DesCheckKey(key) != kErrKeyParity, DES_check_key_parity(&key) == 1) << v;
   }
 }
 

@@ -28,14 +28,16 @@ using Bytes = std::vector<uint8_t>;
 // Bytes of the hexadecimal digits in text; blanks are skipped, anything else throws, so a typo in
 // an expected value fails the test instead of shortening it.
 inline Bytes Hex(const std::string& text) {
+  Bytes out;
   std::string digits;
   for (char c : text) {
     if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
-    else if (c != ' ' && c != '\t' && c != '\r') throw std::runtime_error(std::string("not hexadecimal: ") + c);
+    else if (c != ' ') throw std::runtime_error(std::string("not hexadecimal: ") + c);
+    if (digits.size() < 2) continue;
+    out.push_back(static_cast<uint8_t>(std::stoi(digits, 0, 16)));
+    digits.clear();
   }
-  if (digits.size() % 2 != 0) throw std::runtime_error("odd hexadecimal length");
-  Bytes out(digits.size() / 2);
-  for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<uint8_t>(std::stoi(digits.substr(2 * i, 2), 0, 16));
+  if (!digits.empty()) throw std::runtime_error("odd hexadecimal length");
   return out;
 }
 
@@ -56,21 +58,15 @@ inline Bytes RandomBytes(std::mt19937& rng, size_t len) {
   return out;
 }
 
-// A file of the python3-cryptography-vectors set, e.g. "hashes/SHA1/SHA1ShortMsg.rsp".
-inline std::string VectorPath(const std::string& relative) {
-  return std::string(NIVRA_VECTORS_DIR) + "/" + relative;
-}
-
-// The records of a NIST CAVS response file: blocks of "Name = value" lines separated by blank
-// lines; "#" comments and "[...]" headers are skipped. Throws when the file cannot be opened, so
-// a missing vector file fails the test instead of passing with no cases.
 using RspRecord = std::map<std::string, std::string>;
-inline std::vector<RspRecord> ReadRsp(const std::string& path) {
+inline std::vector<RspRecord> ReadRsp(const std::string& relative) {
+  const std::string path = std::string(NIVRA_VECTORS_DIR) + "/" + relative;
   std::ifstream in(path);
   if (!in) throw std::runtime_error("cannot open " + path);
   auto trim = [](const std::string& s) {
     const auto first = s.find_first_not_of(" \t\r");
-    return first == std::string::npos ? std::string() : s.substr(first, s.find_last_not_of(" \t\r") - first + 1);
+    if (first == std::string::npos) return std::string();
+    return s.substr(first, s.find_last_not_of(" \t\r") - first + 1);
   };
   std::vector<RspRecord> records(1);
   for (std::string line; std::getline(in, line);) {
@@ -114,20 +110,19 @@ inline Bytes ExportKey(const crypto::CRSA* key, uint32_t what) {
 
 // ---- cipher contexts --------------------------------------------------------------------------
 
-// A cipher context destroyed with the object.
+// A cipher context destroyed with the object; status() is that of its set-up.
 class ScopedCipher {
  public:
   explicit ScopedCipher(const Bytes& key, uint32_t modeWord = crypto::kCipherModeWordCreated,
                         const Bytes& iv = {}) {
     status_ = crypto::CipherCreate(&handle_, key.data(), key.size());
     if (status_ == crypto::kOk) status_ = crypto::CipherSetMode(handle_, modeWord);
-    if (status_ == crypto::kOk && !iv.empty()) status_ = crypto::CipherSetIv(handle_, iv.data(), iv.size());
+    if (status_ == crypto::kOk && !iv.empty()) {
+      status_ = crypto::CipherSetIv(handle_, iv.data(), iv.size());
+    }
   }
   ScopedCipher(const ScopedCipher&) = delete;
-  ScopedCipher& operator=(const ScopedCipher&) = delete;
-  ~ScopedCipher() {
-    if (handle_ != 0) crypto::CipherDestroy(handle_);
-  }
+  ~ScopedCipher() { crypto::CipherDestroy(handle_); }
   crypto::CipherHandle get() const { return handle_; }
   crypto::Status status() const { return status_; }
 
@@ -146,7 +141,8 @@ struct MessageRun {
 // Feeds `in` in pieces of the given sizes (the rest in one last call), then runs the final, with
 // buffers always large enough. The first failing update stops the run. The final's output is kept
 // when it succeeded and when it failed its padding check (the block is still handed out then).
-inline MessageRun RunMessage(crypto::CipherHandle h, const Bytes& in, bool encrypt, std::vector<size_t> pieces = {}) {
+inline MessageRun RunMessage(crypto::CipherHandle h, const Bytes& in, bool encrypt,
+                             std::vector<size_t> pieces = {}) {
   MessageRun run;
   run.out.resize(in.size() + 32);
   size_t written = 0, offset = 0, outLen = 0;
@@ -154,7 +150,8 @@ inline MessageRun RunMessage(crypto::CipherHandle h, const Bytes& in, bool encry
   for (size_t piece : pieces) {
     const size_t len = std::min(piece, in.size() - offset);
     outLen = run.out.size() - written;
-    run.update = crypto::CipherUpdate(h, in.data() + offset, len, run.out.data() + written, &outLen, encrypt);
+    run.update = crypto::CipherUpdate(h, in.data() + offset, len, run.out.data() + written, &outLen,
+                                      encrypt);
     if (run.update != crypto::kOk) break;
     offset += len;
     written += outLen;

@@ -1,6 +1,7 @@
 // Fuzzes every parser of the card service frame codec. The first input byte picks the parser,
-// the rest is its input. Whatever parses must build again to the same bytes where the codec
-// builds that direction; nothing may read outside its input.
+// the rest is its input. Nothing may read outside its input; card requests must also build again
+// to what was parsed, and wrapped frames unwrap to what was wrapped. (Record lists and the other
+// builders meet the real card service and provider in the service tests.)
 #include <cstddef>
 #include <cstdint>
 #include <algorithm>
@@ -33,14 +34,13 @@ constexpr uint16_t kCardCommands[] = {
     kCmdReadPublicKey, kCmdImportKeyPair, kCmdPrivateKeyOp, kCmdPublicKeyOp,
     kCmdWriteCertificate, kCmdReadCertificate, kCmdInitToken, kCmdInitTokenPlain,
     kCmdAskConfirmation, kCmdEndConfirmation, kCmdCardLimits};
-constexpr size_t kCommandCount = sizeof(kCardCommands) / sizeof(kCardCommands[0]);
 
 // A small fixed session key: the cipher paths are fuzzed, not the key.
 const uint8_t kKey[kSessionKeySize] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
 
 void FuzzCardBodies(const uint8_t* data, size_t size) {
   if (size < 1) return;
-  const uint16_t command = kCardCommands[data[0] % kCommandCount];
+  const uint16_t command = kCardCommands[data[0] % std::size(kCardCommands)];
   const uint8_t* body = data + 1;
   const size_t len = size - 1;
   CardRequest request;
@@ -51,74 +51,28 @@ void FuzzCardBodies(const uint8_t* data, size_t size) {
           std::equal(frame.begin() + kHeaderSize, frame.end(), body));
   }
   CardResponse response;
-  if (ParseCardResponse(command, body, len, len, &response) == FrameStatus::kOk) {
-    Bytes frame;
-    const FrameStatus built = BuildCardResponse(command, 0, response, &frame);
-    // The enumeration answer keeps only the name before its first NUL, and a limits answer is
-    // rebuilt in one of its two lengths; others rebuild exactly.
-    const bool limitsOfOtherLength =
-        command == kCmdCardLimits && len != kLimitsMinBody && len != kLimitsFullBody;
-    if (command != kCmdEnumContainers && !limitsOfOtherLength) {
-      Check(built == FrameStatus::kOk && frame.size() == len + kHeaderSize &&
-            std::equal(frame.begin() + kHeaderSize, frame.end(), body));
-    }
-  }
+  ParseCardResponse(command, body, len, len, &response);
 }
 
-void FuzzSlots(const uint8_t* data, size_t size) {
+void FuzzRecords(const uint8_t* data, size_t size) {
   size_t announced = 0;
-  std::vector<SlotRecord> records;
-  if (ParseSlotListBody(data, size, 256, &announced, &records) == FrameStatus::kOk) {
-    Check(records.size() == (announced < 256 ? announced : 256));
+  std::vector<SlotRecord> slots;
+  if (ParseSlotListBody(data, size, 256, &announced, &slots) == FrameStatus::kOk) {
+    Check(slots.size() == std::min<size_t>(announced, 256));
   }
-  SlotRecord record;
-  ParseSlotInfoBody(data, size, &record);
+  SlotRecord slot;
+  ParseSlotInfoBody(data, size, &slot);
   uint32_t slotId = 0;
   FrameView inner;
-  if (ParseSlotFrameBody(data, size, &slotId, &inner) == FrameStatus::kOk) {
-    Bytes frame;
-    Check(BuildSlotFrame(slotId, data + 4, size - 4, &frame) == FrameStatus::kOk);
-  }
+  ParseSlotFrameBody(data, size, &slotId, &inner);
   ParseSlotInfoRequest(data, size, &slotId);
-}
-
-// Lists rebuild to lists that parse to the same records.
-template <typename Record, typename Parse, typename Build>
-void FuzzList(const uint8_t* data, size_t size, Parse parse, Build build) {
-  std::vector<Record> records;
-  if (parse(data, size, &records) != FrameStatus::kOk) return;
-  Bytes frame;
-  if (build(records, &frame) != FrameStatus::kOk) return;  // a rebuilt string area may overflow
-  std::vector<Record> again;
-  Check(parse(frame.data() + kHeaderSize, frame.size() - kHeaderSize, &again) == FrameStatus::kOk);
-  Check(again.size() == records.size());
-  for (size_t i = 0; i < records.size(); ++i) {
-    Check(again[i].name == records[i].name && again[i].displayName == records[i].displayName);
-  }
-}
-
-void FuzzDevices(const uint8_t* data, size_t size) {
-  FuzzList<DeviceRecord>(data, size, ParseDeviceListBody, BuildDeviceListAnswer);
-  FuzzList<CardRecord>(data, size, ParseCardListBody, BuildCardListAnswer);
+  std::vector<DeviceRecord> devices;
+  ParseDeviceListBody(data, size, &devices);
+  std::vector<CardRecord> cards;
+  ParseCardListBody(data, size, &cards);
   std::string name;
-  FrameView inner;
-  if (ParseDeviceFrameBody(data, size, &name, &inner) == FrameStatus::kOk) {
-    Bytes frame;
-    Check(BuildDeviceFrame(name, data + kNameFieldSize, size - kNameFieldSize, &frame) ==
-          FrameStatus::kOk);
-  }
-  if (ParseKeyOfferBody(data, size, &name) == FrameStatus::kOk) {
-    Bytes frame;
-    Check(BuildKeyOffer(name, &frame) == FrameStatus::kOk);
-  }
-  const uint8_t* der = nullptr;
-  size_t derLen = 0;
-  if (ParseCardKeyFrame(data, size, &der, &derLen) == FrameStatus::kOk) {
-    Check(der + derLen == data + size);
-  }
-  ParseCardSessionAck(data, size);
-  const uint8_t* encrypted = nullptr;
-  ParseCardSessionKeyFrame(data, size, size > 10 ? size - 10 : 0, &encrypted);
+  ParseDeviceFrameBody(data, size, &name, &inner);
+  ParseKeyOfferBody(data, size, &name);
   CardLimits limits;
   ReadCardLimits(data, size, &limits);
   bool flag = false;
@@ -128,13 +82,18 @@ void FuzzDevices(const uint8_t* data, size_t size) {
 void FuzzSession(const uint8_t* data, size_t size) {
   const uint8_t* der = nullptr;
   size_t derLen = 0;
-  if (ParseHelloBody(data, size, &der, &derLen) == FrameStatus::kOk) {
+  if (ParseHelloBody(data, size, &der, &derLen) == FrameStatus::kOk && derLen < 80) {
     // The service's side: encrypting a secret to whatever key the hello carries.
     const uint8_t secret[kSessionSecretSize] = {};
     Bytes frame;
-    if (derLen < 80) BuildSessionKeyFrame(der, derLen, secret, sizeof(secret), &frame);
+    BuildSessionKeyFrame(der, derLen, secret, sizeof(secret), &frame);
   }
+  if (ParseCardKeyFrame(data, size, &der, &derLen) == FrameStatus::kOk) {
+    Check(der + derLen == data + size);
+  }
+  ParseCardSessionAck(data, size);
   const uint8_t* encrypted = nullptr;
+  ParseCardSessionKeyFrame(data, size, size > 10 ? size - 10 : 0, &encrypted);
   ParseSessionKeyFrame(data, size, size > 10 ? size - 10 : 0, &encrypted);
   CipherOwner cipher;
   if (OpenSessionSecret(data, size, cipher.Out()) == FrameStatus::kOk) Check(cipher.Get() != 0);
@@ -143,19 +102,11 @@ void FuzzSession(const uint8_t* data, size_t size) {
 void FuzzCipher(const uint8_t* data, size_t size) {
   CipherOwner cipher;
   Check(nivra::crypto::CipherCreateTdes2(cipher.Out(), kKey) == nivra::crypto::kOk);
-  Bytes plain;
-  if (UnwrapFrame(cipher.Get(), data, size, &plain) == FrameStatus::kOk) {
-    Bytes again;
-    if (plain.size() > kHeaderSize) {
-      Check(WrapFrame(cipher.Get(), plain.data(), plain.size(), &again) == FrameStatus::kOk);
-      Check(again.size() == size && std::equal(again.begin(), again.end(), data));
-    }
-  }
-  Bytes wrapped;
-  if (WrapFrame(cipher.Get(), data, size, &wrapped) == FrameStatus::kOk) {
-    Bytes back;
-    Check(UnwrapFrame(cipher.Get(), wrapped.data(), wrapped.size(), &back) == FrameStatus::kOk);
-    Check(back.size() == size && std::equal(back.begin(), back.end(), data));
+  Bytes plain, again;
+  UnwrapFrame(cipher.Get(), data, size, &plain);
+  if (WrapFrame(cipher.Get(), data, size, &again) == FrameStatus::kOk) {
+    Check(UnwrapFrame(cipher.Get(), again.data(), again.size(), &plain) == FrameStatus::kOk);
+    Check(plain.size() == size && std::equal(plain.begin(), plain.end(), data));
   }
   FrameView view;
   ParseFrame(data, size, &view);
@@ -164,15 +115,8 @@ void FuzzCipher(const uint8_t* data, size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size < 1) return 0;
-  const uint8_t* rest = data + 1;
-  const size_t len = size - 1;
-  switch (data[0] % 5) {
-    case 0: FuzzCardBodies(rest, len); break;
-    case 1: FuzzSlots(rest, len); break;
-    case 2: FuzzSession(rest, len); break;
-    case 4: FuzzDevices(rest, len); break;
-    default: FuzzCipher(rest, len); break;
-  }
+  using Fuzz = void (*)(const uint8_t*, size_t);
+  static const Fuzz kTargets[] = {FuzzCardBodies, FuzzRecords, FuzzSession, FuzzCipher};
+  if (size > 0) kTargets[data[0] % std::size(kTargets)](data + 1, size - 1);
   return 0;
 }
