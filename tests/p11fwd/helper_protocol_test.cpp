@@ -1,5 +1,8 @@
 // The helper's side of the protocol: broken streams, malformed bodies, refused control commands,
 // and several clients at once. (The program itself serves the Windows tests' fixture.)
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <thread>
 
@@ -98,6 +101,28 @@ TEST_F(HelperProtocol, MalformedOrImpossibleControlCommandsAreRefused) {
   EXPECT_EQ(harness().ControlStatus("explode now", &answer), CKR_ARGUMENTS_BAD);
   EXPECT_EQ(answer, "unknown command: explode");
   EXPECT_EQ(harness().Control("ping"), "pong");
+}
+
+// A client whose process has ended loses its connections (and with them its sessions and login)
+// as soon as another connection comes, even while its socket stays open, as Wine's server can
+// leave it; a client whose process runs keeps them.
+TEST_F(HelperProtocol, ConnectionsOfEndedProcessesCloseWhenTheNextClientComes) {
+  const pid_t reaped = fork();
+  if (reaped == 0) _exit(0);
+  ASSERT_EQ(waitpid(reaped, nullptr, 0), reaped);
+  const pid_t unreaped = fork();  // ended, but still in the process table
+  if (unreaped == 0) _exit(0);
+  siginfo_t info;
+  ASSERT_EQ(waitid(P_PID, unreaped, &info, WEXITED | WNOWAIT), 0);
+  for (const pid_t pid : {reaped, unreaped, getpid()}) {
+    WireSocket socket = Connect();
+    const p11wire::HelloRequest hello = {p11wire::kWireProtocolVersion, 78, static_cast<uint32_t>(pid)};
+    ASSERT_EQ(Answer<p11wire::HelloReply>(socket, WireOp::kHello, EncodeBody(hello)), CKR_OK);
+    WireSocket next = Connect();
+    ASSERT_EQ(Hello(next), CKR_OK);  // served, so the helper has looked at the other clients
+    EXPECT_EQ(socket.PeerClosed(), pid != getpid()) << "process " << pid;
+  }
+  waitpid(unreaped, nullptr, 0);
 }
 
 TEST_F(HelperProtocol, ParallelClientsAreServedOneCallAtATime) {

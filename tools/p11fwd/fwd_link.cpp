@@ -1,5 +1,7 @@
 #include "tools/p11fwd/fwd_link.h"
 
+#include "tools/p11fwd/fwd_host_process.h"
+
 #include <windows.h>
 #include <bcrypt.h>
 
@@ -30,7 +32,7 @@ uint64_t NewClientId() {
 }
 
 p11wire::WirePooledTransport& Transport() {
-  static p11wire::WirePooledTransport transport(ResolveHelper, NewClientId());
+  static p11wire::WirePooledTransport transport(ResolveHelper, NewClientId(), HostProcessId());
   return transport;
 }
 

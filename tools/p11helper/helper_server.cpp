@@ -1,5 +1,7 @@
 #include "tools/p11helper/helper_server.h"
 
+#include "tools/p11helper/host_process.h"
+
 #include "tools/p11wire/wire_ops.h"
 #include "tools/p11wire/wire_shapes.h"
 
@@ -37,8 +39,10 @@ void HelperServer::Stop() {
 void HelperServer::Reap(bool closedPeersToo) {
   std::lock_guard<std::mutex> lock(connectionsMutex_);
   for (auto it = connections_.begin(); it != connections_.end();) {
-    if ((*it)->finished || (closedPeersToo && (*it)->socket.PeerClosed())) {
-      (*it)->thread.join();
+    Connection& c = **it;
+    if (c.finished || (closedPeersToo && (c.socket.PeerClosed() || HostProcessGone(c.processId)))) {
+      c.socket.Shutdown();  // ends the wait of a thread that has not seen the close yet
+      c.thread.join();
       it = connections_.erase(it);
     } else {
       ++it;
@@ -53,7 +57,10 @@ void HelperServer::Run(const std::atomic<bool>* externalStop) {
     // Before a new client is served, the clients whose processes have ended are cleaned up to the
     // end: their sessions, and with them the token login the module shares among all our clients,
     // are gone, as they would be for a separate process on a real module. (Left to their threads,
-    // the next process could log in while the last one's login still stood.)
+    // the next process could log in while the last one's login still stood.) A process has ended
+    // when its connection is closed or when the host says it no longer runs: Wine's server can
+    // keep the socket of a finished process open for good (a thread killed at exit while it
+    // waited for a reply), and closes even a plain one only a moment after the exit is seen.
     Reap(result == p11wire::WireListener::AcceptResult::kAccepted);
     if (result == p11wire::WireListener::AcceptResult::kFailed) break;
     if (result != p11wire::WireListener::AcceptResult::kAccepted) continue;
@@ -95,6 +102,7 @@ void HelperServer::Serve(Connection* connection) {
         break;
       }
       clientId = request.clientId;
+      connection->processId = request.processId;
       dispatcher_->Attach(clientId);
       attached = true;
       reply = p11wire::EncodeBody(answer);

@@ -34,12 +34,14 @@ class HelperServer {
     p11wire::WireSocket socket;
     std::thread thread;
     std::atomic<bool> finished{false};
+    std::atomic<uint32_t> processId{0};  // the client's host process, once it said hello
   };
 
   // Serves one connection until it closes or breaks the protocol.
   void Serve(Connection* connection);
   // Joins and drops the connections whose threads have ended and, with `closedPeersToo`, those
-  // whose peer has closed (their threads end as soon as they read the close).
+  // whose peer has closed or whose process no longer runs (their threads end as soon as they
+  // read the close).
   void Reap(bool closedPeersToo);
 
   Dispatcher* dispatcher_;

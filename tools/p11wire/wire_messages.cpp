@@ -82,11 +82,13 @@ bool WireMechanism::Decode(WireReader& r) {
 void HelloRequest::Encode(WireWriter& w) const {
   w.U32(version);
   w.U64(clientId);
+  w.U32(processId);
 }
 
 bool HelloRequest::Decode(WireReader& r) {
   version = r.U32();
   clientId = r.U64();
+  processId = r.U32();
   return r.ok();
 }
 

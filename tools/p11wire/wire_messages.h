@@ -14,7 +14,7 @@
 
 namespace nivra::p11wire {
 
-inline constexpr uint32_t kWireProtocolVersion = 2;
+inline constexpr uint32_t kWireProtocolVersion = 3;
 inline constexpr uint32_t kWireUnavailable = 0xFFFFFFFFu;
 
 // A pointer-and-length argument; `present` mirrors a non-null pointer.
@@ -109,6 +109,9 @@ struct WireMechanismInfo {
 struct HelloRequest {
   uint32_t version = kWireProtocolVersion;
   uint64_t clientId = 0;  // groups the connections of one process
+  // The host's process id of that process (0: not known). Under Wine a finished process's
+  // sockets can stay open in Wine's server, so the helper asks the host whether it still runs.
+  uint32_t processId = 0;
   void Encode(WireWriter& w) const;
   bool Decode(WireReader& r);
 };

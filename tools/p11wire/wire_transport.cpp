@@ -15,14 +15,15 @@ bool ExchangeOnSocket(WireSocket& socket, WireOp op, const std::vector<uint8_t>&
 }
 
 WirePooledTransport::WirePooledTransport(std::function<bool(WireAddress*)> resolve,
-                                         uint64_t clientId)
-    : resolve_(std::move(resolve)), clientId_(clientId) {}
+                                         uint64_t clientId, uint32_t processId)
+    : resolve_(std::move(resolve)), clientId_(clientId), processId_(processId) {}
 
 bool WirePooledTransport::OpenConnection(WireSocket* out) {
   WireAddress address;
   if (!resolve_(&address) || !WireSocket::Connect(address, out)) return false;
   HelloRequest hello;
   hello.clientId = clientId_;
+  hello.processId = processId_;
   std::vector<uint8_t> body;
   HelloReply answer;
   if (!ExchangeOnSocket(*out, WireOp::kHello, EncodeBody(hello), &body) ||

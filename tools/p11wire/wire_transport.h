@@ -26,7 +26,9 @@ class WireTransport {
 class WirePooledTransport : public WireTransport {
  public:
   // `resolve` is asked for the helper's address each time a connection is opened (false: none).
-  WirePooledTransport(std::function<bool(WireAddress*)> resolve, uint64_t clientId);
+  // `processId` is the host's id of this process, told to the helper (0: not known).
+  WirePooledTransport(std::function<bool(WireAddress*)> resolve, uint64_t clientId,
+                      uint32_t processId = 0);
 
   bool Exchange(WireOp op, const std::vector<uint8_t>& request,
                 std::vector<uint8_t>* reply) override;
@@ -41,6 +43,7 @@ class WirePooledTransport : public WireTransport {
 
   std::function<bool(WireAddress*)> resolve_;
   uint64_t clientId_;
+  uint32_t processId_;
   std::mutex mutex_;
   std::vector<WireSocket> idle_;
 };
