@@ -21,17 +21,10 @@ std::string NameOf(const std::string& description) {
 }
 
 TEST(SlotNames, OnlyTrailingBlanksAreCutAndAllSixtyFourBytesKept) {
-  const struct {
-    std::string description, name;
-  } cases[] = {
-      {"SoftHSM slot ID 0x31b1d11c", "SoftHSM slot ID 0x31b1d11c"},
-      {"  two  words", "  two  words"},
-      {"", ""},
-      {"slot\t", "slot\t"},
-      {std::string(64, 'a'), std::string(64, 'a')},
-      {std::string(63, 'b') + "c", std::string(63, 'b') + "c"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(NameOf(c.description), c.name) << c.description;
+  for (const std::string& description : {std::string("  two  words\t"), std::string(),
+                                          std::string(63, 'b') + "c"}) {
+    EXPECT_EQ(NameOf(description), description);
+  }
 }
 
 // Without a module the refresh fails and the lookup walks the records as they are.

@@ -29,20 +29,8 @@ class TokenLogin : public TokenTest {
     CryptDestroyKey(key);
     LogOut();
   }
-  // CryptSignHash of a SHA-1 hash on `prov`; the last error (0 on success).
-  static DWORD Sign(HCRYPTPROV prov) {
-    HCRYPTHASH hash = 0;
-    if (!CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash)) return GetLastError();
-    const BYTE data[] = "needs the private key";
-    CryptHashData(hash, data, sizeof(data), 0);
-    BYTE signature[128];
-    DWORD length = sizeof(signature);
-    const DWORD error = CryptSignHashW(hash, AT_SIGNATURE, nullptr, 0, signature, &length)
-                            ? 0
-                            : GetLastError();
-    CryptDestroyHash(hash);
-    return error;
-  }
+  // A signature with the container's pair on `prov`; the last error (0 on success).
+  DWORD Sign(HCRYPTPROV prov) { return SignSha1(prov, AT_SIGNATURE, {1, 2, 3}); }
   // CryptSetProvParam of the signature PIN; the last error (0 on success).
   static DWORD SetPin(HCRYPTPROV prov, std::string pin) {
     return CryptSetProvParam(prov, PP_SIGNATURE_PIN, reinterpret_cast<BYTE*>(pin.data()), 0)
@@ -50,8 +38,8 @@ class TokenLogin : public TokenTest {
                : GetLastError();
   }
   // Signs on a worker thread and answers the PIN dialog with `typed` (null: cancel).
-  static DWORD SignThroughDialog(HCRYPTPROV prov, const wchar_t* typed) {
-    return AnswerPinDialog([prov] { return Sign(prov); }, typed);
+  DWORD SignThroughDialog(HCRYPTPROV prov, const wchar_t* typed) {
+    return AnswerPinDialog([this, prov] { return Sign(prov); }, typed);
   }
   std::string name;
 };

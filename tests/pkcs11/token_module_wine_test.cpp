@@ -24,22 +24,22 @@ class ForwardingModule : public TokenTest {
   CK_FUNCTION_LIST* f = nullptr;
 };
 
+// A helper that is not there (nothing listens on the port) is a device error, not a hang.
 TEST_F(ForwardingModule, UnreachableHelperIsADeviceError) {
   char fixture[64] = {};
   GetEnvironmentVariableA("NIVRA_P11_HELPER", fixture, sizeof fixture);
   p11wire::WireListener closed;
   ASSERT_TRUE(closed.Listen({"127.0.0.1", 0}));
-  const std::string nowhere = "127.0.0.1:" + std::to_string(closed.port());
+  SetEnvironmentVariableA("NIVRA_P11_HELPER", ("127.0.0.1:" + std::to_string(closed.port())).c_str());
   closed.Close();
-  for (const char* address : {nowhere.c_str(), "not an address"}) {
-    SetEnvironmentVariableA("NIVRA_P11_HELPER", address);
-    EXPECT_EQ(f->C_Initialize(nullptr), CKR_DEVICE_ERROR) << address;
-  }
+  EXPECT_EQ(f->C_Initialize(nullptr), CKR_DEVICE_ERROR);
   SetEnvironmentVariableA("NIVRA_P11_HELPER", fixture);
   ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
   EXPECT_EQ(f->C_Finalize(nullptr), CKR_OK);
 }
 
+// One of each: initialisation arguments PKCS#11 forbids, a missing output, an entry that is not
+// linked and one that is never parallel; none of them reaches the helper.
 TEST_F(ForwardingModule, ArgumentsAndEntriesAreRefusedBeforeAnythingIsSent) {
   CK_C_INITIALIZE_ARGS reservedSet = {}, oneMutexFunction = {};
   int reserved = 0;
@@ -55,28 +55,10 @@ TEST_F(ForwardingModule, ArgumentsAndEntriesAreRefusedBeforeAnythingIsSent) {
   ASSERT_EQ(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION, nullptr, nullptr, &s), CKR_OK);
   Control("reset-counts");
   CK_MECHANISM sha = {CKM_SHA_1, nullptr, 0};
-  CK_SLOT_ID slot = 0;
-  const struct {
-    CK_RV rv, expected;
-  } calls[] = {
-      {f->C_GetSlotList(CK_FALSE, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GetSlotInfo(slots[0], nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GetTokenInfo(slots[0], nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_OpenSession(slots[0], CKF_SERIAL_SESSION, nullptr, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_FindObjects(s, nullptr, 1, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GetAttributeValue(s, 1, nullptr, 2), CKR_ARGUMENTS_BAD},
-      {f->C_Sign(s, nullptr, 0, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_Decrypt(s, nullptr, 5, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GenerateRandom(s, nullptr, 8), CKR_ARGUMENTS_BAD},
-      {f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, &reserved), CKR_ARGUMENTS_BAD},
-      {f->C_Finalize(&reserved), CKR_ARGUMENTS_BAD},
-      {f->C_DigestInit(s, &sha), CKR_FUNCTION_NOT_SUPPORTED},
-      {f->C_VerifyInit(s, &sha, 1), CKR_FUNCTION_NOT_SUPPORTED},
-      {f->C_CopyObject(s, 1, nullptr, 0, nullptr), CKR_FUNCTION_NOT_SUPPORTED},
-      {f->C_GetFunctionStatus(s), CKR_FUNCTION_NOT_PARALLEL},
-      {f->C_CancelFunction(s), CKR_FUNCTION_NOT_PARALLEL},
-  };
-  for (const auto& c : calls) EXPECT_EQ(c.rv, c.expected) << &c - calls;
+  EXPECT_EQ(f->C_GetTokenInfo(slots[0], nullptr), CKR_ARGUMENTS_BAD);
+  EXPECT_EQ(f->C_Decrypt(s, nullptr, 5, nullptr, nullptr), CKR_ARGUMENTS_BAD);
+  EXPECT_EQ(f->C_DigestInit(s, &sha), CKR_FUNCTION_NOT_SUPPORTED);
+  EXPECT_EQ(f->C_CancelFunction(s), CKR_FUNCTION_NOT_PARALLEL);
   EXPECT_EQ(Control("counts"), "");
   // The provider's "no PIN" marker (all bits set, length 0) is passed on unread.
   const CK_RV login = f->C_Login(s, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(~uintptr_t{0}), 0);

@@ -41,17 +41,12 @@ struct Shown {
 };
 
 const Shown kShown[] = {
-    {CKA_CLASS, "class", false},         {CKA_LABEL, "label", true},
-    {CKA_ID, "id", true},                {CKA_APPLICATION, "application", true},
-    {CKA_TOKEN, "token", false},         {CKA_PRIVATE, "private", false},
-    {CKA_MODIFIABLE, "modifiable", false}, {CKA_KEY_TYPE, "key_type", false},
-    {CKA_SENSITIVE, "sensitive", false}, {CKA_SIGN, "sign", false},
-    {CKA_DECRYPT, "decrypt", false},     {CKA_ENCRYPT, "encrypt", false},
-    {CKA_VERIFY, "verify", false},       {CKA_WRAP, "wrap", false},
-    {CKA_MODULUS_BITS, "modulus_bits", false}, {CKA_MODULUS, "modulus", true},
+    {CKA_CLASS, "class", false},       {CKA_LABEL, "label", true},
+    {CKA_ID, "id", true},              {CKA_APPLICATION, "application", true},
+    {CKA_TOKEN, "token", false},       {CKA_PRIVATE, "private", false},
+    {CKA_SENSITIVE, "sensitive", false}, {CKA_MODULUS, "modulus", true},
     {CKA_PUBLIC_EXPONENT, "public_exponent", true},
-    {CKA_CERTIFICATE_TYPE, "certificate_type", false},
-    {CKA_VALUE, "value", true},          {CKA_SUBJECT, "subject", true},
+    {CKA_VALUE, "value", true},        {CKA_SUBJECT, "subject", true},
 };
 
 void PrintObject(CK_FUNCTION_LIST* f, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
