@@ -68,14 +68,11 @@ class TokenContainers : public TokenTest {
 };
 
 TEST_F(TokenContainers, DeletingRemovesTheRsaObjectsButNotOtherKeysWithTheSameId) {
-  LogIn();
   const std::string name = CaseName();
-  FreshContainer(name);
-  HCRYPTPROV prov = 0;
-  ASSERT_EQ(Acquire(OnToken(name), CRYPT_NEWKEYSET, &prov), 0u);
+  const HCRYPTPROV prov = NewCryptContainer(name);
   HCRYPTKEY key = 0;
-  ASSERT_TRUE(entries.GenKey(prov, AT_SIGNATURE, 1024u << 16, &key)) << std::hex << GetLastError();
-  ASSERT_TRUE(entries.GenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key)) << std::hex << GetLastError();
+  ASSERT_TRUE(CryptGenKey(prov, AT_SIGNATURE, 1024u << 16, &key)) << std::hex << GetLastError();
+  ASSERT_TRUE(CryptGenKey(prov, AT_KEYEXCHANGE, 1024u << 16, &key)) << std::hex << GetLastError();
   // Beside the provider: an AES key that shares the signature key ID.
   CK_FUNCTION_LIST* f = Module();
   CK_SESSION_HANDLE session = 0;

@@ -38,8 +38,7 @@ bool ProviderEntries::Load(HMODULE module) {
   return Resolve(module, "NivraCPAcquireContext", &AcquireContext) &&
          Resolve(module, "NivraCPReleaseContext", &ReleaseContext) &&
          Resolve(module, "NivraCPGetProvParam", &GetProvParam) &&
-         Resolve(module, "NivraCPSetProvParam", &SetProvParam) &&
-         Resolve(module, "NivraCPGenKey", &GenKey);
+         Resolve(module, "NivraCPSetProvParam", &SetProvParam);
 }
 
 void TokenTest::SetUp() {

@@ -30,7 +30,6 @@ struct ProviderEntries {
   BOOL(WINAPI* ReleaseContext)(HCRYPTPROV, DWORD) = nullptr;
   BOOL(WINAPI* GetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD*, DWORD) = nullptr;
   BOOL(WINAPI* SetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD) = nullptr;
-  BOOL(WINAPI* GenKey)(HCRYPTPROV, ALG_ID, DWORD, HCRYPTKEY*) = nullptr;
   bool Load(HMODULE module);
 };
 
