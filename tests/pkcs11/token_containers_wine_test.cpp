@@ -109,7 +109,6 @@ TEST_F(TokenContainers, EachRefusalOfTheVendorClassGetsTheDataForm) {
     size_t dataForms;
   } cases[] = {
       {"0x13", 0, 1},  // CKR_ATTRIBUTE_VALUE_INVALID
-      {"0xD1", 0, 1},  // CKR_TEMPLATE_INCONSISTENT
       {"0x12", 0, 1},  // CKR_ATTRIBUTE_TYPE_INVALID
       {"0x31", kNteNoMemory, 0},  // CKR_DEVICE_MEMORY
   };

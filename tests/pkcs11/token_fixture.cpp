@@ -267,20 +267,18 @@ std::string TokenTest::CaseName(const std::string& suffix) const {
 }
 
 std::string Hex(const Bytes& bytes) {
-  static const char kDigits[] = "0123456789abcdef";
   std::string text;
   for (uint8_t b : bytes) {
-    text += kDigits[b >> 4];
-    text += kDigits[b & 15];
+    text += "0123456789abcdef"[b >> 4];
+    text += "0123456789abcdef"[b & 15];
   }
   return text;
 }
 
 Bytes FromHex(const std::string& text) {
   Bytes bytes;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) {
+  for (size_t i = 0; i + 1 < text.size(); i += 2)
     bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-  }
   return bytes;
 }
 

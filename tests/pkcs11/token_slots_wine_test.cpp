@@ -12,15 +12,7 @@ namespace {
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kUnknownCard = 0x8010000D;
 
-class TokenSlots : public TokenTest {
- protected:
-  // Provider parameter 22207 (the token's serial number): the last error, 0 on success.
-  DWORD CardId(HCRYPTPROV prov) {
-    uint8_t id[16];
-    DWORD length = sizeof(id);
-    return entries.GetProvParam(prov, 22207, id, &length, 0) ? 0 : GetLastError();
-  }
-};
+using TokenSlots = TokenTest;
 
 // SoftHSM2 cannot wait for slot events, so the monitor polls; with the helper's events it waits.
 // The monitor's view of the token: the serial number is forgotten when the token is removed, so
@@ -32,15 +24,21 @@ TEST_P(SlotMonitor, FollowsRemovalAndInsertion) {
   StartProvider();
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
-  ASSERT_EQ(CardId(prov), 0u);
+  // Provider parameter 22207 (the token's serial number): the last error, 0 on success.
+  auto cardId = [this, prov]() -> DWORD {
+    uint8_t id[16];
+    DWORD length = sizeof(id);
+    return entries.GetProvParam(prov, 22207, id, &length, 0) ? 0 : GetLastError();
+  };
+  ASSERT_EQ(cardId(), 0u);
   Control("remove " + std::to_string(slotId));
-  EXPECT_TRUE(uitest::WaitUntil([&] { return CardId(prov) == kUnknownCard; }, 5000))
+  EXPECT_TRUE(uitest::WaitUntil([&] { return cardId() == kUnknownCard; }, 5000))
       << "the removal was not seen";
   Control("reset-counts");
   Control("insert " + std::to_string(slotId));
   EXPECT_TRUE(uitest::WaitUntil([&] { return Control("count C_OpenSession") != "0"; }, 5000))
       << "the insertion was not seen: no session was opened";
-  EXPECT_EQ(CardId(prov), 0u);
+  EXPECT_EQ(cardId(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(SlotEvents, SlotMonitor, ::testing::Values("off", "on"));
@@ -159,17 +157,11 @@ INSTANTIATE_TEST_SUITE_P(
                       StartUp{"force-init 0 noinit", "flags=0x2 no-mutexes\n", "1 1"}));
 
 // No "LibPkcs11" value, a path that does not load, and a library without C_GetFunctionList.
-class UnusableModule : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {
- protected:
-  void SetUp() override {
-    TokenTest::SetUp();
-    if (HasFatalFailure()) return;
-    if (GetParam() == nullptr) hive.RemoveModulePath();
-    else hive.SetModulePath(GetParam());
-  }
-};
+class UnusableModule : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {};
 
 TEST_P(UnusableModule, TokenSlotStringsAreBadKeysetThroughExportsAndCryptoApi) {
+  if (GetParam() == nullptr) hive.RemoveModulePath();
+  else hive.SetModulePath(GetParam());
   EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
   EXPECT_EQ(Acquire("\\\\.\\", 0), kNteBadKeyset);
   EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", CRYPT_SILENT), kNteBadKeyset);
