@@ -3,9 +3,6 @@
 // finalising or going away closes in the module, and each told of a token's removal. (Login and
 // PIN changes, a removed token's slot and token information, blocking waits and the call
 // counters are proved through the provider; the program itself serves the Windows tests.)
-#include <atomic>
-#include <thread>
-
 #include "tests/p11fwd/helper_harness.h"
 #include "tools/p11wire/wire_socket.h"
 
@@ -162,31 +159,6 @@ TEST_F(HelperProtocol, RemovalTakesTheSessionsAndRaisesOneEventForEveryInitialis
   EXPECT_EQ(SessionState(client_, session), CKR_SESSION_HANDLE_INVALID);
   other.Finalize();
   late.Finalize();
-}
-
-// Clients on threads of their own: every call is served, and counted once.
-TEST_F(HelperProtocol, ParallelClientsAreServedOneCallAtATime) {
-  Control("reset-counts");
-  constexpr int kThreads = 4, kRounds = 25;
-  std::atomic<int> failures{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      TestClient client;
-      failures += client.Initialize() != CKR_OK;
-      for (int i = 0; i < kRounds; ++i) {
-        auto open = client.Call<WireOp::kOpenSession>({slot32(), CKF_SERIAL_SESSION});
-        failures += open.rv != CKR_OK;
-        failures += client.Call<WireOp::kGetSessionInfo>({open.handle}).rv != CKR_OK;
-        failures += client.Call<WireOp::kCloseSession>({open.handle}).rv != CKR_OK;
-      }
-      client.Finalize();
-    });
-  }
-  for (std::thread& t : threads) t.join();
-  EXPECT_EQ(failures, 0);
-  EXPECT_EQ(Control("count C_OpenSession"), std::to_string(kThreads * kRounds));
-  EXPECT_EQ(Control("count C_CloseSession"), std::to_string(kThreads * kRounds));
 }
 
 }  // namespace
