@@ -4,51 +4,70 @@
 
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <random>
+#include <thread>
+
+#include "tools/p11helper/dispatcher.h"
+#include "tools/p11helper/helper_server.h"
+#include "tools/p11wire/control_client.h"
 
 namespace nivra::p11test {
+namespace {
 
-HelperHarness& HelperHarness::Get() {
-  static HelperHarness harness;
-  return harness;
-}
-
-HelperHarness::HelperHarness() {
-  if (!CreateToken() || !module_.Load(p11helper::kDefaultModulePath, &error_)) return;
-  dispatcher_ = std::make_unique<p11helper::Dispatcher>(module_.functions());
-  server_ = std::make_unique<p11helper::HelperServer>(dispatcher_.get());
-  if (!server_->Listen({"127.0.0.1", 0}, &error_)) return;
-  serving_ = std::thread([this] { server_->Run(); });
-  ok_ = true;
-}
-
-HelperHarness::~HelperHarness() {
-  if (server_) server_->Stop();
-  if (serving_.joinable()) serving_.join();
-  server_.reset();
-  dispatcher_.reset();
-  std::error_code ignored;
-  if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
-}
-
-bool HelperHarness::CreateToken() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "nivra-softhsm-XXXXXX").string();
-  directory_ = mkdtemp(pattern.data()) ? pattern : "";
-  const std::string command = std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory_ + " nivra-test";
-  if (directory_.empty() || std::system(command.c_str()) != 0) {
-    error_ = "no scratch token in " + pattern;
-    return false;
+// The helper, its module and its token, for the life of the test process.
+struct Served {
+  Served() {
+    namespace fs = std::filesystem;
+    std::string pattern = (fs::temp_directory_path() / "nivra-softhsm-XXXXXX").string();
+    directory = mkdtemp(pattern.data()) ? pattern : "";
+    const std::string command =
+        std::string("sh ") + NIVRA_SCRATCH_TOKENS + " " + directory + " nivra-test";
+    if (directory.empty() || std::system(command.c_str()) != 0) {
+      error = "no scratch token in " + pattern;
+      return;
+    }
+    setenv("SOFTHSM2_CONF", (directory + "/softhsm2.conf").c_str(), 1);
+    if (!module.Load(p11helper::kDefaultModulePath, &error)) return;
+    dispatcher = std::make_unique<p11helper::Dispatcher>(module.functions());
+    server = std::make_unique<p11helper::HelperServer>(dispatcher.get());
+    if (server->Listen({"127.0.0.1", 0}, &error)) serving = std::thread([this] { server->Run(); });
   }
-  setenv("SOFTHSM2_CONF", (directory_ + "/softhsm2.conf").c_str(), 1);
-  return true;
+  ~Served() {
+    if (serving.joinable()) {
+      server->Stop();
+      serving.join();
+    }
+    std::error_code ignored;
+    if (!directory.empty()) std::filesystem::remove_all(directory, ignored);
+  }
+  std::string directory, error;
+  p11helper::NativeModule module;  // declared first: unloaded after the server has stopped
+  std::unique_ptr<p11helper::Dispatcher> dispatcher;
+  std::unique_ptr<p11helper::HelperServer> server;
+  std::thread serving;
+};
+
+Served& Helper() {
+  static Served served;
+  return served;
 }
 
-uint32_t HelperHarness::ControlStatus(const std::string& command, std::string* answer) {
+}  // namespace
+
+p11wire::WireAddress HelperAddress(std::string* error) {
+  if (error) *error = Helper().error;
+  return {"127.0.0.1", Helper().serving.joinable() ? Helper().server->port() : uint16_t{0}};
+}
+
+CK_FUNCTION_LIST* NativeModule() { return Helper().module.functions(); }
+
+uint32_t ControlStatus(const std::string& command, std::string* answer) {
   std::string ignored;
-  return p11wire::SendControlCommand(address(), command, answer ? answer : &ignored);
+  return p11wire::SendControlCommand(HelperAddress(), command, answer ? answer : &ignored);
 }
 
-std::string HelperHarness::Control(const std::string& command) {
+std::string Control(const std::string& command) {
   std::string answer;
   EXPECT_EQ(ControlStatus(command, &answer), 0u) << command << ": " << answer;
   return answer;
@@ -56,7 +75,7 @@ std::string HelperHarness::Control(const std::string& command) {
 
 bool ModuleKnows(CK_SESSION_HANDLE session) {
   CK_SESSION_INFO info;
-  return HelperHarness::Get().module()->C_GetSessionInfo(session, &info) == CKR_OK;
+  return NativeModule()->C_GetSessionInfo(session, &info) == CKR_OK;
 }
 
 bool ModuleForgets(CK_SESSION_HANDLE session) {
@@ -66,7 +85,7 @@ bool ModuleForgets(CK_SESSION_HANDLE session) {
 }
 
 TestClient::TestClient()
-    : transport_([](p11wire::WireAddress* a) { return *a = HelperHarness::Get().address(), true; },
+    : transport_([](p11wire::WireAddress* a) { return *a = HelperAddress(), true; },
                  std::mt19937_64(std::random_device{}())()),
       client_(&transport_) {}
 
@@ -77,26 +96,20 @@ uint32_t TestClient::OpenSession(CK_SLOT_ID slot) {
   return reply.rv == CKR_OK ? reply.handle : 0;
 }
 
-uint32_t TestClient::Login(uint32_t session, const std::string& pin) {
-  return Call<p11wire::WireOp::kLogin>({session, CKU_USER, {true, TextBytes(pin)}}).rv;
-}
-
 void HelperTest::SetUp() {
-  ASSERT_TRUE(harness().ok()) << harness().error();
-  harness().Control("reset");
+  std::string error;
+  ASSERT_NE(HelperAddress(&error).port, 0) << error;
+  Control("reset");
   // SoftHSM2 lists the scratch token first, then a slot with a token that is not initialised.
   CK_SLOT_ID slots[2];
   CK_ULONG count = 2;
-  CK_TOKEN_INFO token;
-  ASSERT_EQ(harness().module()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+  ASSERT_EQ(NativeModule()->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
   slot_ = slots[0];
-  ASSERT_EQ(harness().module()->C_GetTokenInfo(slot_, &token), CKR_OK);
-  ASSERT_TRUE(token.flags & CKF_TOKEN_INITIALIZED);
   ASSERT_EQ(client_.Initialize(), CKR_OK);
 }
 
 void HelperTest::TearDown() {
-  harness().Control("reset");
+  Control("reset");
   client_.Finalize();
 }
 

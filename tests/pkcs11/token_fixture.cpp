@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "tools/p11wire/control_client.h"
@@ -37,8 +38,7 @@ bool ProviderEntries::Load(HMODULE module) {
   return Resolve(module, "NivraCPAcquireContext", &AcquireContext) &&
          Resolve(module, "NivraCPReleaseContext", &ReleaseContext) &&
          Resolve(module, "NivraCPGetProvParam", &GetProvParam) &&
-         Resolve(module, "NivraCPSetProvParam", &SetProvParam) &&
-         Resolve(module, "NivraCPGenKey", &GenKey);
+         Resolve(module, "NivraCPSetProvParam", &SetProvParam);
 }
 
 void TokenTest::SetUp() {
@@ -162,19 +162,19 @@ void TokenTest::LogOut() {
   f->C_CloseSession(session);
 }
 
-CK_ULONG TokenTest::CountInModule(CK_ULONG objectClass, const std::string& id) {
-  CK_FUNCTION_LIST* f = Module();
-  CK_SESSION_HANDLE session = 0;
-  EXPECT_EQ(f->C_OpenSession(slotId, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
-  CK_ATTRIBUTE query[] = {{CKA_CLASS, &objectClass, sizeof(objectClass)},
-                          {CKA_ID, const_cast<char*>(id.data()), static_cast<CK_ULONG>(id.size())}};
-  CK_OBJECT_HANDLE found[16];
-  CK_ULONG count = 0;
-  EXPECT_EQ(f->C_FindObjectsInit(session, query, 2), CKR_OK);
-  EXPECT_EQ(f->C_FindObjects(session, found, 16, &count), CKR_OK);
-  f->C_FindObjectsFinal(session);
-  f->C_CloseSession(session);
-  return count;
+DWORD TokenTest::SignSha1(HCRYPTPROV prov, DWORD keySpec, const Bytes& message, Bytes* signature) {
+  HCRYPTHASH hash = 0;
+  BYTE out[512];
+  DWORD length = sizeof(out);
+  const bool ok = CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash) &&
+                  CryptHashData(hash, message.data(), static_cast<DWORD>(message.size()), 0) &&
+                  CryptSignHashW(hash, keySpec, nullptr, 0, out, &length);
+  const DWORD error = ok ? 0 : GetLastError();
+  if (hash != 0) CryptDestroyHash(hash);
+  // CryptoAPI gives it least significant byte first.
+  if (signature != nullptr) signature->assign(std::reverse_iterator(out + (ok ? length : 0)),
+                                              std::reverse_iterator(out));
+  return error;
 }
 
 CK_FUNCTION_LIST* TokenTest::Module() {
@@ -201,28 +201,23 @@ std::vector<std::string> TokenTest::RunNative(const std::string& commandLine) {
   STARTUPINFOA startup{};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION process{};
-  std::vector<std::string> lines;
   if (!CreateProcessA(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                       &process)) {
     ADD_FAILURE() << "cannot start the probe: " << GetLastError();
-    return lines;
+    return {};
   }
+  std::ifstream in;
+  for (const ULONGLONG deadline = GetTickCount64() + 60000; GetTickCount64() < deadline; Sleep(20)) {
+    in.open("Z:" + output);
+    if (in.is_open()) break;
+  }
+  std::vector<std::string> lines;
   bool done = false;
-  const ULONGLONG deadline = GetTickCount64() + 60000;
-  while (!done && GetTickCount64() < deadline) {
-    std::ifstream in("Z:" + output);
-    if (!in) {
-      Sleep(20);
-      continue;
-    }
-    std::string line;
-    lines.clear();
-    while (std::getline(in, line)) {
-      if (line == "done") done = true;
-      else lines.push_back(line);
-    }
-    break;
+  for (std::string line; std::getline(in, line);) {
+    if (line == "done") done = true;
+    else lines.push_back(line);
   }
+  in.close();
   DeleteFileA(("Z:" + output).c_str());
   EXPECT_TRUE(done) << "the native command did not finish: " << commandLine;
   for (const std::string& l : lines) EXPECT_NE(l.rfind("error:", 0), 0u) << l;
@@ -272,20 +267,18 @@ std::string TokenTest::CaseName(const std::string& suffix) const {
 }
 
 std::string Hex(const Bytes& bytes) {
-  static const char kDigits[] = "0123456789abcdef";
   std::string text;
   for (uint8_t b : bytes) {
-    text += kDigits[b >> 4];
-    text += kDigits[b & 15];
+    text += "0123456789abcdef"[b >> 4];
+    text += "0123456789abcdef"[b & 15];
   }
   return text;
 }
 
 Bytes FromHex(const std::string& text) {
   Bytes bytes;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) {
+  for (size_t i = 0; i + 1 < text.size(); i += 2)
     bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-  }
   return bytes;
 }
 

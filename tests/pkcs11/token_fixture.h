@@ -30,7 +30,6 @@ struct ProviderEntries {
   BOOL(WINAPI* ReleaseContext)(HCRYPTPROV, DWORD) = nullptr;
   BOOL(WINAPI* GetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD*, DWORD) = nullptr;
   BOOL(WINAPI* SetProvParam)(HCRYPTPROV, DWORD, BYTE*, DWORD) = nullptr;
-  BOOL(WINAPI* GenKey)(HCRYPTPROV, ALG_ID, DWORD, HCRYPTKEY*) = nullptr;
   bool Load(HMODULE module);
 };
 
@@ -70,9 +69,9 @@ class TokenTest : public ::testing::Test {
   // Logs the user out of the token (the helper is one application for SoftHSM2, so a logout on a
   // session of the test's own ends every session's login).
   void LogOut();
-  // Objects of `objectClass` with CKA_ID `id` as the provider's module sees them (SoftHSM2 can
-  // keep objects in the serving process that the native side's own view does not show).
-  CK_ULONG CountInModule(CK_ULONG objectClass, const std::string& id);
+  // Signs the SHA-1 hash of `message` with the pair `keySpec` through CryptoAPI: the last error
+  // (0 on success), and the signature, most significant byte first, in *signature.
+  DWORD SignSha1(HCRYPTPROV prov, DWORD keySpec, const Bytes& message, Bytes* signature = nullptr);
   // The forwarding module's function list (the provider's own instance, already initialised).
   CK_FUNCTION_LIST* Module();
 

@@ -1,7 +1,6 @@
-// What the forwarding module decides on its own, which the provider never asks of it: arguments it
-// refuses before anything is sent, the entries it does not link, a helper it cannot reach, and a
-// blocked slot-event wait that C_Finalize ends. These cases own the module (the provider is not
-// started), so they may initialise and finalise it.
+// What the forwarding module decides on its own: a helper it cannot reach, a PIN it must not read,
+// and a blocked slot-event wait that C_Finalize ends. These cases own the module (the provider is
+// not started), so they may initialise and finalise it.
 #include <chrono>
 #include <future>
 
@@ -24,61 +23,24 @@ class ForwardingModule : public TokenTest {
   CK_FUNCTION_LIST* f = nullptr;
 };
 
-TEST_F(ForwardingModule, UnreachableHelperIsADeviceError) {
+// A helper that is not there (nothing listens on the port) is a device error, not a hang; with
+// the helper, the provider's "no PIN" marker (all bits set, length 0) is passed on unread.
+TEST_F(ForwardingModule, UnreachableHelperIsADeviceErrorAndNoPinIsPassedOnUnread) {
   char fixture[64] = {};
   GetEnvironmentVariableA("NIVRA_P11_HELPER", fixture, sizeof fixture);
   p11wire::WireListener closed;
   ASSERT_TRUE(closed.Listen({"127.0.0.1", 0}));
   const std::string nowhere = "127.0.0.1:" + std::to_string(closed.port());
+  SetEnvironmentVariableA("NIVRA_P11_HELPER", nowhere.c_str());
   closed.Close();
-  for (const char* address : {nowhere.c_str(), "not an address"}) {
-    SetEnvironmentVariableA("NIVRA_P11_HELPER", address);
-    EXPECT_EQ(f->C_Initialize(nullptr), CKR_DEVICE_ERROR) << address;
-  }
+  EXPECT_EQ(f->C_Initialize(nullptr), CKR_DEVICE_ERROR);
   SetEnvironmentVariableA("NIVRA_P11_HELPER", fixture);
-  ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
-  EXPECT_EQ(f->C_Finalize(nullptr), CKR_OK);
-}
-
-TEST_F(ForwardingModule, ArgumentsAndEntriesAreRefusedBeforeAnythingIsSent) {
-  CK_C_INITIALIZE_ARGS reservedSet = {}, oneMutexFunction = {};
-  int reserved = 0;
-  reservedSet.pReserved = &reserved;
-  oneMutexFunction.LockMutex = [](void*) -> CK_RV { return CKR_OK; };
-  EXPECT_EQ(f->C_Initialize(&reservedSet), CKR_ARGUMENTS_BAD);
-  EXPECT_EQ(f->C_Initialize(&oneMutexFunction), CKR_ARGUMENTS_BAD);
   ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
   CK_SESSION_HANDLE s = 0;
   CK_SLOT_ID slots[8];
   CK_ULONG count = 8;
   ASSERT_EQ(f->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
   ASSERT_EQ(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION, nullptr, nullptr, &s), CKR_OK);
-  Control("reset-counts");
-  CK_MECHANISM sha = {CKM_SHA_1, nullptr, 0};
-  CK_SLOT_ID slot = 0;
-  const struct {
-    CK_RV rv, expected;
-  } calls[] = {
-      {f->C_GetSlotList(CK_FALSE, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GetSlotInfo(slots[0], nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GetTokenInfo(slots[0], nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_OpenSession(slots[0], CKF_SERIAL_SESSION, nullptr, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_FindObjects(s, nullptr, 1, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GetAttributeValue(s, 1, nullptr, 2), CKR_ARGUMENTS_BAD},
-      {f->C_Sign(s, nullptr, 0, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_Decrypt(s, nullptr, 5, nullptr, nullptr), CKR_ARGUMENTS_BAD},
-      {f->C_GenerateRandom(s, nullptr, 8), CKR_ARGUMENTS_BAD},
-      {f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, &reserved), CKR_ARGUMENTS_BAD},
-      {f->C_Finalize(&reserved), CKR_ARGUMENTS_BAD},
-      {f->C_DigestInit(s, &sha), CKR_FUNCTION_NOT_SUPPORTED},
-      {f->C_VerifyInit(s, &sha, 1), CKR_FUNCTION_NOT_SUPPORTED},
-      {f->C_CopyObject(s, 1, nullptr, 0, nullptr), CKR_FUNCTION_NOT_SUPPORTED},
-      {f->C_GetFunctionStatus(s), CKR_FUNCTION_NOT_PARALLEL},
-      {f->C_CancelFunction(s), CKR_FUNCTION_NOT_PARALLEL},
-  };
-  for (const auto& c : calls) EXPECT_EQ(c.rv, c.expected) << &c - calls;
-  EXPECT_EQ(Control("counts"), "");
-  // The provider's "no PIN" marker (all bits set, length 0) is passed on unread.
   const CK_RV login = f->C_Login(s, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(~uintptr_t{0}), 0);
   EXPECT_NE(login, CKR_OK);
   EXPECT_NE(login, CKR_DEVICE_ERROR);

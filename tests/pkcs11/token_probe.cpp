@@ -6,6 +6,7 @@
 //       "object" followed by name=value pairs (byte strings in hex, numbers in decimal) for the
 //       attributes the object has.
 // Output ends with a line "done"; errors are printed as "error: ...".
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,16 +18,6 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-std::string Hex(const uint8_t* bytes, size_t length) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (size_t i = 0; i < length; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 15];
-  }
-  return text;
-}
 
 int Fail(const std::string& message) {
   std::printf("error: %s\ndone\n", message.c_str());
@@ -41,17 +32,11 @@ struct Shown {
 };
 
 const Shown kShown[] = {
-    {CKA_CLASS, "class", false},         {CKA_LABEL, "label", true},
-    {CKA_ID, "id", true},                {CKA_APPLICATION, "application", true},
-    {CKA_TOKEN, "token", false},         {CKA_PRIVATE, "private", false},
-    {CKA_MODIFIABLE, "modifiable", false}, {CKA_KEY_TYPE, "key_type", false},
-    {CKA_SENSITIVE, "sensitive", false}, {CKA_SIGN, "sign", false},
-    {CKA_DECRYPT, "decrypt", false},     {CKA_ENCRYPT, "encrypt", false},
-    {CKA_VERIFY, "verify", false},       {CKA_WRAP, "wrap", false},
-    {CKA_MODULUS_BITS, "modulus_bits", false}, {CKA_MODULUS, "modulus", true},
-    {CKA_PUBLIC_EXPONENT, "public_exponent", true},
-    {CKA_CERTIFICATE_TYPE, "certificate_type", false},
-    {CKA_VALUE, "value", true},          {CKA_SUBJECT, "subject", true},
+    {CKA_CLASS, "class", false},       {CKA_LABEL, "label", true},
+    {CKA_ID, "id", true},              {CKA_APPLICATION, "application", true},
+    {CKA_TOKEN, "token", false},       {CKA_PRIVATE, "private", false},
+    {CKA_SENSITIVE, "sensitive", false}, {CKA_MODULUS, "modulus", true},
+    {CKA_PUBLIC_EXPONENT, "public_exponent", true}, {CKA_VALUE, "value", true},
 };
 
 void PrintObject(CK_FUNCTION_LIST* f, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
@@ -64,12 +49,15 @@ void PrintObject(CK_FUNCTION_LIST* f, CK_SESSION_HANDLE session, CK_OBJECT_HANDL
     a.pValue = value.data();
     if (!value.empty() && f->C_GetAttributeValue(session, object, &a, 1) != CKR_OK) continue;
     line += std::string(" ") + shown.name + "=";
-    if (shown.bytes) {
-      line += Hex(value.data(), value.size());
-    } else {
+    if (!shown.bytes) {
       CK_ULONG number = 0;
-      std::memcpy(&number, value.data(), value.size() < sizeof(number) ? value.size() : sizeof(number));
+      std::memcpy(&number, value.data(), std::min(value.size(), sizeof(number)));
       line += std::to_string(number);
+      continue;
+    }
+    for (uint8_t b : value) {
+      line += "0123456789abcdef"[b >> 4];
+      line += "0123456789abcdef"[b & 15];
     }
   }
   std::printf("%s\n", line.c_str());

@@ -12,30 +12,11 @@ namespace {
 constexpr DWORD kNteBadKeyset = 0x80090016;
 constexpr DWORD kUnknownCard = 0x8010000D;
 
-class TokenSlots : public TokenTest {
- protected:
-  // Provider parameter 22207 (the token's serial number): the last error, 0 on success.
-  DWORD CardId(HCRYPTPROV prov) {
-    uint8_t id[16];
-    DWORD length = sizeof(id);
-    return entries.GetProvParam(prov, 22207, id, &length, 0) ? 0 : GetLastError();
-  }
-  // The monitor's view of the token: the serial number is forgotten when the token is removed,
-  // so reading it then asks the token, which is gone.
-  void ExpectMonitorFollows(HCRYPTPROV prov) {
-    ASSERT_EQ(CardId(prov), 0u);
-    Control("remove " + std::to_string(slotId));
-    EXPECT_TRUE(uitest::WaitUntil([&] { return CardId(prov) == kUnknownCard; }, 5000))
-        << "the removal was not seen";
-    Control("reset-counts");
-    Control("insert " + std::to_string(slotId));
-    EXPECT_TRUE(uitest::WaitUntil([&] { return Control("count C_OpenSession") != "0"; }, 5000))
-        << "the insertion was not seen: no session was opened";
-    EXPECT_EQ(CardId(prov), 0u);
-  }
-};
+using TokenSlots = TokenTest;
 
 // SoftHSM2 cannot wait for slot events, so the monitor polls; with the helper's events it waits.
+// The monitor's view of the token: the serial number is forgotten when the token is removed, so
+// reading it then asks the token, which is gone.
 class SlotMonitor : public TokenSlots, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(SlotMonitor, FollowsRemovalAndInsertion) {
@@ -43,7 +24,21 @@ TEST_P(SlotMonitor, FollowsRemovalAndInsertion) {
   StartProvider();
   HCRYPTPROV prov = 0;
   ASSERT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT, &prov), 0u);
-  ExpectMonitorFollows(prov);
+  // Provider parameter 22207 (the token's serial number): the last error, 0 on success.
+  auto cardId = [this, prov]() -> DWORD {
+    uint8_t id[16];
+    DWORD length = sizeof(id);
+    return entries.GetProvParam(prov, 22207, id, &length, 0) ? 0 : GetLastError();
+  };
+  ASSERT_EQ(cardId(), 0u);
+  Control("remove " + std::to_string(slotId));
+  EXPECT_TRUE(uitest::WaitUntil([&] { return cardId() == kUnknownCard; }, 5000))
+      << "the removal was not seen";
+  Control("reset-counts");
+  Control("insert " + std::to_string(slotId));
+  EXPECT_TRUE(uitest::WaitUntil([&] { return Control("count C_OpenSession") != "0"; }, 5000))
+      << "the insertion was not seen: no session was opened";
+  EXPECT_EQ(cardId(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(SlotEvents, SlotMonitor, ::testing::Values("off", "on"));
@@ -125,61 +120,48 @@ TEST_F(TokenSlots, BlankSlotsDoNotHideTheTokenFromASilentSearch) {
 // The monitor thread calls the module beside the application's threads: the module is told that
 // it may lock with the system's primitives (CKF_OS_LOCKING_OK, no mutexes), a module that cannot
 // lock is initialised once more without arguments, and a C_Initialize failure other than
-// "already initialised" is accepted. A second acquire starts nothing again.
+// "already initialised" is accepted; a second acquire starts nothing again. A module that someone
+// else initialised is refused before its slots are listed (and is not finalised); a first slot
+// list that fails (C_Initialize reports success without initialising) is undone. After a failed
+// start a later acquire starts again.
 struct StartUp {
   const char* injected;
   const char* initArgs;
+  const char* failed;  // a failed start: "<slot lists> <finalisations>"; null: it started
 };
 
 void PrintTo(const StartUp& s, std::ostream* out) { *out << s.injected; }
 
 class ModuleStart : public TokenSlots, public ::testing::WithParamInterface<StartUp> {};
 
-TEST_P(ModuleStart, InitialisesForSeveralThreadsOnce) {
-  Control(GetParam().injected);
-  StartProvider();
-  EXPECT_EQ(Control("init-args"), GetParam().initArgs);
-  Control("reset-counts");
-  EXPECT_EQ(Acquire("\\\\.\\" + slotName, CRYPT_VERIFYCONTEXT), 0u);
-  EXPECT_EQ(Control("count C_Initialize"), "0");
-}
-
-INSTANTIATE_TEST_SUITE_P(Injected, ModuleStart,
-                         ::testing::Values(StartUp{"ping", "flags=0x2 no-mutexes\n"},
-                                           StartUp{"cant-lock on", "flags=0x2 no-mutexes\nnull\n"},
-                                           StartUp{"force-init 0x5", "flags=0x2 no-mutexes\n"}));
-
-// A module that someone else initialised is refused before its slots are listed; a first slot
-// list that fails (C_Initialize reports success without initialising) is undone, and a later
-// acquire starts again.
-TEST_F(TokenSlots, ModuleInitialisedBySomeoneElseIsRefused) {
-  Control("force-init 0x191 noinit");
+TEST_P(ModuleStart, InitialisesForSeveralThreadsOnceOrIsUndone) {
+  const StartUp& start = GetParam();
+  Control(start.injected);
   EXPECT_EQ(Acquire("\\\\.\\any slot\\c", 0), kNteBadKeyset);
-  EXPECT_EQ(Control("count C_GetSlotList"), "0");
-}
-
-TEST_F(TokenSlots, FailedFirstSlotListFinalisesAndALaterAcquireStartsAgain) {
-  Control("force-init 0 noinit");
-  EXPECT_EQ(Acquire("\\\\.\\any slot\\c", 0), kNteBadKeyset);
-  EXPECT_EQ(Control("count C_GetSlotList"), "1");
-  EXPECT_EQ(Control("count C_Finalize"), "1");
+  EXPECT_EQ(Control("init-args"), start.initArgs);
+  if (start.failed) {
+    EXPECT_EQ(Control("count C_GetSlotList") + " " + Control("count C_Finalize"), start.failed);
+  }
   Control("force-init off");
+  Control("reset-counts");
   StartProvider();
-  EXPECT_EQ(Control("count C_Initialize"), "2");
+  EXPECT_EQ(Control("count C_Initialize"), start.failed ? "1" : "0");
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Injected, ModuleStart,
+    ::testing::Values(StartUp{"ping", "flags=0x2 no-mutexes\n", nullptr},
+                      StartUp{"cant-lock on", "flags=0x2 no-mutexes\nnull\n", nullptr},
+                      StartUp{"force-init 0x5", "flags=0x2 no-mutexes\n", nullptr},
+                      StartUp{"force-init 0x191 noinit", "flags=0x2 no-mutexes\n", "0 0"},
+                      StartUp{"force-init 0 noinit", "flags=0x2 no-mutexes\n", "1 1"}));
 
 // No "LibPkcs11" value, a path that does not load, and a library without C_GetFunctionList.
-class UnusableModule : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {
- protected:
-  void SetUp() override {
-    TokenTest::SetUp();
-    if (HasFatalFailure()) return;
-    if (GetParam() == nullptr) hive.RemoveModulePath();
-    else hive.SetModulePath(GetParam());
-  }
-};
+class UnusableModule : public TokenTest, public ::testing::WithParamInterface<const wchar_t*> {};
 
 TEST_P(UnusableModule, TokenSlotStringsAreBadKeysetThroughExportsAndCryptoApi) {
+  if (GetParam() == nullptr) hive.RemoveModulePath();
+  else hive.SetModulePath(GetParam());
   EXPECT_EQ(Acquire("\\\\.\\SoftHSM slot\\c", 0), kNteBadKeyset);
   EXPECT_EQ(Acquire("\\\\.\\", 0), kNteBadKeyset);
   EXPECT_EQ(CryptAcquire("\\\\.\\SoftHSM slot\\c", CRYPT_SILENT), kNteBadKeyset);
