@@ -91,6 +91,13 @@ TEST(BignumPrimes, ProbablePrimeVerdictsAndTheNextPrime) {
   }
   EXPECT_EQ(a.NextPrime(2), -1);
   EXPECT_EQ(a.NextPrime(1), -1);
+  // The transport key's Miller-Rabin splits n - 1 into 2^s * d, whole zero words included.
+  for (const uint32_t zeros : {0u, 5u, 32u, 45u, 64u}) {
+    a.SetWord(3);
+    ASSERT_EQ(a.ShiftLeft(zeros), 0);
+    EXPECT_EQ(a.RemoveTrailingZeros(), zeros);
+    EXPECT_TRUE(a.IsWord(3)) << zeros;
+  }
 }
 
 }  // namespace
