@@ -2,9 +2,9 @@
 // malformed handshakes, slot, device and card lists and answers, a peer that never answers or
 // drops the connection mid-request, every status translation and length rule of card command
 // answers, the login around key commands, the confirmation wait in each of its endings, a service
-// card's refused key offer; and the string conversions and the transport
-// key's road through Wine's software provider. Each case runs in a process of its own (the
-// transports keep process-wide state).
+// card's refused key offer, the monitor forgetting a gone service's slots; and the string
+// conversions and the transport key's road through Wine's software provider. Each case runs in a
+// process of its own (the transports keep process-wide state).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -33,6 +33,7 @@
 #include "service/request_buffers.h"
 #include "service/service_card.h"
 #include "service/service_link.h"
+#include "service/service_settings.h"
 #include "service/slot_channel.h"
 #include "service/slot_commands.h"
 #include "service/string_convert.h"
@@ -500,6 +501,35 @@ TEST(ServiceCardWire, RefusedKeyOfferIsReportedAndItsConnectionClosed) {
   const ULONGLONG deadline = GetTickCount64() + 2000;
   while (!closed && GetTickCount64() < deadline) Sleep(10);
   EXPECT_TRUE(closed) << "the module closes a refused connection";
+}
+
+// The monitor forgets the published slots once the service has gone (the real service's tests
+// see it come up and answer; only a peer that leaves on cue shows the forgetting).
+TEST(ServiceMonitor, ForgetsThePublishedSlotsWhenTheServiceGoes) {
+  const uint16_t port = ClosedPort();
+  UsePorts(port);
+  service::ServiceSettings settings = service::Settings();
+  settings.monitorStepsWhileUp = 10;  // a probe every second
+  service::ServiceSettingsOverride(settings);
+  auto waitFor = [](const std::function<bool()>& done) {
+    for (const ULONGLONG deadline = GetTickCount64() + 10000; !done(); Sleep(10))
+      if (GetTickCount64() > deadline) return false;
+    return true;
+  };
+  std::atomic<bool> stop{false};
+  HANDLE thread = CreateThread(nullptr, 0, service::ServiceMonitorThread, &stop, 0, nullptr);
+  {
+    ScriptedPeer peer([](PeerConnection& c) { for (Bytes ignored; c.ReadFrame(&ignored);) {} }, port);
+    ASSERT_EQ(peer.Port(), port) << "could not listen on the monitored port again";
+    EXPECT_TRUE(waitFor([] { return service::LinkState().state.load() == service::kServiceUp; }));
+    service::RemoteTable().count = 1;
+    service::RemoteTable().records[0].remote = 1;
+    service::RemoteTable().records[0].slotId = kSlotId;
+  }
+  EXPECT_TRUE(waitFor([] { return service::RemoteTable().records[0].slotId == 0; }));
+  stop = true;
+  EXPECT_EQ(WaitForSingleObject(thread, 2000), WAIT_OBJECT_0) << "the stop flag ends the monitor";
+  CloseHandle(thread);
 }
 
 }  // namespace
