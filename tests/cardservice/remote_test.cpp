@@ -1,8 +1,8 @@
 // Bluetooth devices and service cards: a card's key exchange, broken and stalled clients on every
 // listener and the stop beside them, the configurations the service refuses, and what it answers
-// for targets it does not present. Lists, card commands through device and card frames, the
-// control port, confirmations and limits are the Windows tests' against the real service
-// (device_cards_wine_test.cpp, select_card_wine_test.cpp).
+// for targets it does not present, and a device listed under its name. Other lists, card
+// commands through device and card frames, the control port, confirmations and limits are the
+// Windows tests' against the real service (device_cards_wine_test.cpp, select_card_wine_test.cpp).
 #include <tuple>
 
 #include "crypto/rsa_interface.h"
@@ -94,6 +94,14 @@ TEST_F(RemoteTest, BrokenClientsOnEveryListenerAreClosedAlone) {
     EXPECT_EQ(channel->Call(frames::kCmdLoginState, frame).status, status) << device;
   }
   Session control(port_);
+  // The device, configured without a display name, is listed under its name.
+  frames::Bytes list;
+  std::vector<frames::DeviceRecord> devices;
+  ASSERT_TRUE(control.Send(frames::BuildDeviceListRequest()) && control.Receive(&list));
+  ASSERT_EQ(frames::ParseDeviceListBody(list.data() + frames::kHeaderSize,
+                                        list.size() - frames::kHeaderSize, &devices), kOk);
+  ASSERT_EQ(devices.size(), 1u);
+  EXPECT_EQ(devices[0].displayName, kPhone);
   frames::Bytes slotInfo;
   ASSERT_TRUE(control.Send(frames::BuildSlotInfoRequest(0x7FFFFFF0)) && control.Receive(&slotInfo));
   EXPECT_EQ(frames::ReadHeader(slotInfo.data()).status, kScardReaderUnavailable);
