@@ -1,8 +1,5 @@
 #include "tools/p11helper/host_process.h"
 
-#include <signal.h>
-
-#include <cerrno>
 #include <fstream>
 #include <string>
 
@@ -10,8 +7,8 @@ namespace nivra::p11helper {
 
 bool HostProcessGone(uint32_t processId) {
   if (processId == 0) return false;
-  if (kill(static_cast<pid_t>(processId), 0) != 0 && errno == ESRCH) return true;
-  // An ended process stays in the table until its parent reaps it: its state is then Z (or X).
+  // No entry: the process is gone. An ended process whose parent has not reaped it yet keeps its
+  // entry, in state Z (or X).
   std::ifstream stat("/proc/" + std::to_string(processId) + "/stat");
   std::string line;
   if (!std::getline(stat, line)) return true;
