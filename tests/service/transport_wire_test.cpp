@@ -53,6 +53,13 @@ uint16_t ClosedPort() {
   return gone.Port();
 }
 
+// True once `done` holds, false when `ms` pass first.
+bool WaitFor(const std::function<bool()>& done, ULONGLONG ms) {
+  for (const ULONGLONG deadline = GetTickCount64() + ms; !done(); Sleep(10))
+    if (GetTickCount64() > deadline) return false;
+  return true;
+}
+
 constexpr uint32_t kSlotId = 7;
 
 class TransportWire : public ::testing::Test {
@@ -498,9 +505,8 @@ TEST(ServiceCardWire, RefusedKeyOfferIsReportedAndItsConnectionClosed) {
   service::SvcDevice card({"card-a", "Card A", "127.0.0.1", 0});
   frames::CardResponse response;
   EXPECT_EQ(service::CardExchange(card, frames::kCmdLoginState, {}, &response), 0x8010002Au);
-  const ULONGLONG deadline = GetTickCount64() + 2000;
-  while (!closed && GetTickCount64() < deadline) Sleep(10);
-  EXPECT_TRUE(closed) << "the module closes a refused connection";
+  EXPECT_TRUE(WaitFor([&] { return closed.load(); }, 2000))
+      << "the module closes a refused connection";
 }
 
 // The monitor forgets the published slots once the service has gone (the real service's tests
@@ -511,22 +517,23 @@ TEST(ServiceMonitor, ForgetsThePublishedSlotsWhenTheServiceGoes) {
   service::ServiceSettings settings = service::Settings();
   settings.monitorStepsWhileUp = 10;  // a probe every second
   service::ServiceSettingsOverride(settings);
-  auto waitFor = [](const std::function<bool()>& done) {
-    for (const ULONGLONG deadline = GetTickCount64() + 10000; !done(); Sleep(10))
-      if (GetTickCount64() > deadline) return false;
-    return true;
-  };
   std::atomic<bool> stop{false};
   HANDLE thread = CreateThread(nullptr, 0, service::ServiceMonitorThread, &stop, 0, nullptr);
   {
-    ScriptedPeer peer([](PeerConnection& c) { for (Bytes ignored; c.ReadFrame(&ignored);) {} }, port);
+    ScriptedPeer peer(
+        [](PeerConnection& c) {
+          for (Bytes ignored; c.ReadFrame(&ignored);) {
+          }
+        },
+        port);
     ASSERT_EQ(peer.Port(), port) << "could not listen on the monitored port again";
-    EXPECT_TRUE(waitFor([] { return service::LinkState().state.load() == service::kServiceUp; }));
+    EXPECT_TRUE(
+        WaitFor([] { return service::LinkState().state.load() == service::kServiceUp; }, 10000));
     service::RemoteTable().count = 1;
     service::RemoteTable().records[0].remote = 1;
     service::RemoteTable().records[0].slotId = kSlotId;
   }
-  EXPECT_TRUE(waitFor([] { return service::RemoteTable().records[0].slotId == 0; }));
+  EXPECT_TRUE(WaitFor([] { return service::RemoteTable().records[0].slotId == 0; }, 10000));
   stop = true;
   EXPECT_EQ(WaitForSingleObject(thread, 2000), WAIT_OBJECT_0) << "the stop flag ends the monitor";
   CloseHandle(thread);
